@@ -1,0 +1,27 @@
+// Depth-map preparation steps and the per-row view synthesis, as free
+// functions over explicit buffers. The binocular engine reuses the depth steps.
+#pragma once
+
+#include <cstdint>
+
+namespace kvdsr::depthview {
+
+// Repair invalid pixels (255 resp. 1023) in place: one forward pass over the
+// invalid pixels in raster order, then one backward pass over those left.
+void fillInvalidDepth8(uint8_t* map, int w, int h);
+void fillInvalidDepth16(uint16_t* map, int w, int h);
+
+// Disparity to depth levels 0..maxDepth through a per-value table.
+void disparity8ToDepth(uint16_t* dst, const uint8_t* src, int w, int h, uint8_t scale, uint16_t maxDepth,
+                       uint8_t invalid, float focalPx, double baseline);
+void disparity16ToDepth(uint16_t* dst, const uint16_t* src, int w, int h, int fractionDivisor,
+                        uint16_t maxDepth, uint16_t invalid, float focalPx, double baseline);
+
+// (2r+1)^2 minimum over rows r .. h-r-2; other rows and border columns copied.
+void minFilterDepth(uint16_t* dst, const uint16_t* src, int w, int h, int radius);
+
+// Centre-aligned bilinear resize in 1/256 fixed point, with factor-2 and
+// factor-3 fast paths and area averaging when shrinking.
+void resizeDepth(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH);
+
+}  // namespace kvdsr::depthview

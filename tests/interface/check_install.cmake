@@ -1,0 +1,26 @@
+# Installs the build into a scratch prefix, then configures, builds and runs
+# a consumer that finds the library with find_package(kvDSR) and pkg-config.
+file(REMOVE_RECURSE ${WORK_DIR})
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix
+  RESULT_VARIABLE rc OUTPUT_QUIET)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "install failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${CONSUMER_SRC} -B ${WORK_DIR}/build
+  -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "consumer configure failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/build RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "consumer build failed")
+endif()
+execute_process(COMMAND ${WORK_DIR}/build/consumer OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0 OR NOT out MATCHES "0.61")
+  message(FATAL_ERROR "consumer run failed: ${out}")
+endif()
+file(GLOB pc ${WORK_DIR}/prefix/lib*/pkgconfig/kvDSR.pc)
+if(NOT pc)
+  message(FATAL_ERROR "kvDSR.pc not installed")
+endif()
+message(STATUS "consumer: ${out}")
