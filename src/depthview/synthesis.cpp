@@ -2,6 +2,7 @@
 
 #include <omp.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -38,22 +39,26 @@ template <int Planes>
 void synthesizeRow(uint8_t* const d[], const uint8_t* const s[], const uint16_t* depthRow,
                    const uint16_t* shiftTable, int32_t firstColumn, int width) {
     int prev = firstColumn < 0 ? 0 : firstColumn;
+    if (prev >= width - 1) return;  // no target can lie right of prev
+    // Source column of the last landing: when it is x - 1, dst(prev) already
+    // holds src(x - 1) and need not be stored again.
+    int lastSource = -1;
     for (int x = 1; x < width; ++x) {
-        unsigned level = depthRow[x];
-        if (level >= unsigned(kDepthLevels)) level = kDepthLevels - 1;
+        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
         const int t = shiftTable[size_t(level) * width + x];
-        if (t >= width || t <= prev) continue;
+        // t > prev and t < width in one comparison (prev < width - 1 holds).
+        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) continue;
         const int gap = t - prev;
         if (gap == 1) {
-            for (int p = 0; p < Planes; ++p) {
-                d[p][prev] = s[p][x - 1];
-                d[p][t] = s[p][x];
-            }
+            if (lastSource != x - 1)
+                for (int p = 0; p < Planes; ++p) d[p][prev] = s[p][x - 1];
+            for (int p = 0; p < Planes; ++p) d[p][t] = s[p][x];
         } else {
             const double inverseGap = 1.0 / gap;
             for (int p = 0; p < Planes; ++p) fillGap(d[p], prev, gap, s[p][x - 1], s[p][x], inverseGap);
         }
         prev = t;
+        lastSource = x;
     }
 }
 
