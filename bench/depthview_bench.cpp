@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "calibration/calib_block.h"
+#include "depthview/depth_steps.h"
+#include "depthview/synthesis.h"
 #include "kvDSR.h"
 
 namespace {
@@ -106,8 +108,51 @@ void BM_Memcpy_Floor(benchmark::State& state) {
     }
 }
 
+// Steps alone, single-threaded: where a frame's time goes.
+void BM_Step_Resize(benchmark::State& state) {
+    omp_set_num_threads(1);
+    std::vector<uint16_t> src(DW * DH), dst(W * H);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = uint16_t((i * 13) % 1024);
+    std::vector<uint32_t> scratch(kvdsr::depthview::resizeScratchSize(DH, W));
+    for (auto _ : state) {
+        kvdsr::depthview::resizeDepth(dst.data(), src.data(), DW, DH, W, H, scratch.data());
+        benchmark::DoNotOptimize(dst.data());
+    }
+}
+
+void BM_Step_MinFilter(benchmark::State& state) {
+    omp_set_num_threads(1);
+    std::vector<uint16_t> src(DW * DH), dst(DW * DH);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = uint16_t((i * 13) % 1024);
+    for (auto _ : state) {
+        kvdsr::depthview::minFilterDepth(dst.data(), src.data(), DW, DH, int(state.range(0)));
+        benchmark::DoNotOptimize(dst.data());
+    }
+}
+
+void BM_Step_Synth420(benchmark::State& state) {
+    omp_set_num_threads(1);
+    using namespace kvdsr::depthview;
+    const CameraValues cam{4000, 4.0f, 0.0014f};
+    double m[16];
+    buildViewMatrix(m, cam, 300);
+    std::vector<uint16_t> table(size_t(kDepthLevels) * W), depth(W * H);
+    buildShiftTable(table.data(), m, cam, W);
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) depth[y * W + x] = uint16_t(40 + y / 2 + (x > 800 && x < 1200 ? 0 : 300));
+    Frame& f = frame();
+    for (auto _ : state) {
+        synthesizeView420({f.out.data(), f.out.data() + W * H, false, f.image420.data(), 0, f.image420.data() + W * H, 0,
+                           depth.data(), table.data(), 48, W, H});
+        benchmark::DoNotOptimize(f.out.data());
+    }
+}
+
 }  // namespace
 
+BENCHMARK(BM_Step_Synth420)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Step_Resize)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Step_MinFilter)->Arg(2)->Arg(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Memcpy_Floor)->Arg(420)->Arg(444)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Run_F01_Depth8)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Run_F01_Depth16)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
