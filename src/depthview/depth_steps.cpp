@@ -103,7 +103,7 @@ Axis bilinearAxis(int src, int dst) {
     a.offset = allocArray<uint32_t>(size_t(dst) + 1);
     a.weight = allocArray<uint16_t>(2 * size_t(dst));
     const int64_t step = (int64_t(src) << 8) / dst, stepRem = (int64_t(src) << 8) % dst;
-    const int64_t start = (int64_t(src) - dst) << 7;
+    const int64_t start = (int64_t(src) - dst) * 128;  // half a pixel of each, in 1/256
     int64_t pos = floorDiv(start, dst), rem = start - pos * dst;
     uint32_t n = 0;
     for (int x = 0; x < dst; ++x) {
