@@ -156,6 +156,12 @@ RgbImage readJpeg(const std::string& path) {
         jpeg_read_scanlines(&cinfo, &row, 1);
     }
     jpeg_finish_decompress(&cinfo);
+    // libjpeg pads a truncated file with grey and only warns about it.
+    if (err.mgr.num_warnings > 0) {
+        (*err.mgr.format_message)(reinterpret_cast<j_common_ptr>(&cinfo), err.message);
+        jpeg_destroy_decompress(&cinfo);
+        fail(path, std::string("damaged or truncated JPEG (") + err.message + ")");
+    }
     jpeg_destroy_decompress(&cinfo);
     return img;
 }
