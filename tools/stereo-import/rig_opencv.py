@@ -1,7 +1,9 @@
-"""OpenCV side of the real-rig check (run alone: prints OpenCV's own numbers
-and, given a path, saves the calibration for import_opencv.py): calibrates the chessboard stereo rig that
+"""OpenCV side of the real-rig check: calibrates the chessboard stereo rig that
 Debian's opencv-doc ships, rectifies its pairs with OpenCV and measures the
-vertical disparity of matching chessboard corners."""
+vertical disparity of matching chessboard corners.
+
+Run alone it prints OpenCV's own numbers; given a path it also saves the
+calibration for import_opencv.py."""
 
 import os
 
