@@ -86,5 +86,15 @@ TEST(Spr, CloseTwiceIsHarmless) {
     kvDSR_SPR_Close();
 }
 
+TEST(Spr, RefusedAllocationLeavesItUninitialised) {
+    const auto module = sampleContainer();
+    ASSERT_EQ(sprInit(module, 32, 24, 32, 24), kvDSR_OK);
+    EXPECT_EQ(sprInit(module, 32, 24, 65535, 49152), kvDSR_ERR_OUT_OF_MEMORY);
+    Frame a(kvDSR_FMT_YUV420SP, 32, 24, 1), b(kvDSR_FMT_YUV420SP, 32, 24, 2);
+    std::vector<uint8_t> o1(2 * 32 * 24), o2(2 * 32 * 24);
+    EXPECT_EQ(kvDSR_SPR_Run(o2.data(), o1.data(), &b.desc, &a.desc, 32, 24, 32, 24), kvDSR_ERR_NOT_INITIALISED);
+    kvDSR_SPR_Close();
+}
+
 }  // namespace
 }  // namespace kvdsr::test

@@ -114,7 +114,7 @@ class SideBySide : public ::testing::TestWithParam<uint32_t> {};
 // for the chroma rows that follow the 2*w*h luma bytes.
 TEST_P(SideBySide, PacksCameraOneLeft) {
     const uint32_t fmt = GetParam();
-    const uint16_t w = 64, h = 48;
+    const uint16_t w = 64, h = 36;  // 16:9: the crop branch on a real module
     const int hw = w / 2, hh = h / 2;
     const auto module = sampleContainer();
     ASSERT_EQ(initWith(module, w, h), kvDSR_OK);
@@ -123,6 +123,13 @@ TEST_P(SideBySide, PacksCameraOneLeft) {
     std::vector<uint8_t> outFirst(one), outSecond(one), sbs(2 * one + 16, 0xA5);
     ASSERT_EQ(kvDSR_StereoView_Run(outSecond.data(), outFirst.data(), &second.desc, &first.desc, w, h), kvDSR_OK);
     ASSERT_EQ(kvDSR_StereoView_Run_SideBySide(sbs.data(), 2u * w, h, &second.desc, &first.desc, w, h), kvDSR_OK);
+    // The sample module's maps are real warps, not a border fill.
+    for (const auto* v : {&outFirst, &outSecond}) {
+        bool seen[256] = {};
+        int distinct = 0;
+        for (size_t i = 0; i < luma; ++i) distinct += !seen[(*v)[i]], seen[(*v)[i]] = true;
+        ASSERT_GT(distinct, 100);
+    }
 
     auto rowsMatch = [&](size_t sbsAt, size_t viewAt, int rowBytes, int rows, const char* what) {
         for (int y = 0; y < rows; ++y) {
@@ -203,6 +210,20 @@ TEST(StereoView, InitLargerThenSmallerKeepsBuffersAndResults) {
     EXPECT_EQ(runPair(32, 24), fresh);
     kvDSR_StereoView_Close();
     EXPECT_EQ(stereoview::mapCapacity().full, 0u);
+}
+
+// Sizes whose buffers the allocator refuses: 0x7400C, and no half-built
+// engine left behind.
+TEST(StereoView, RefusedAllocationLeavesItUninitialised) {
+    const auto module = sampleContainer();
+    ASSERT_EQ(initWith(module, 32, 24), kvDSR_OK);
+    EXPECT_EQ(initWith(module, 65535, 49152), kvDSR_ERR_OUT_OF_MEMORY);
+    Frame a(kvDSR_FMT_YUV420SP, 32, 24, 1), b(kvDSR_FMT_YUV420SP, 32, 24, 2);
+    std::vector<uint8_t> o1(2 * 32 * 24), o2(2 * 32 * 24);
+    EXPECT_EQ(kvDSR_StereoView_Run(o2.data(), o1.data(), &b.desc, &a.desc, 32, 24), kvDSR_ERR_NOT_INITIALISED);
+    ASSERT_EQ(initWith(module, 32, 24), kvDSR_OK);
+    EXPECT_EQ(kvDSR_StereoView_Run(o2.data(), o1.data(), &b.desc, &a.desc, 32, 24), kvDSR_OK);
+    kvDSR_StereoView_Close();
 }
 
 }  // namespace
