@@ -11,6 +11,9 @@ namespace kvdsr::depthview {
 
 namespace {
 
+// Small maps are not worth waking the team for; the result is the same.
+inline bool worthATeam(size_t elements) { return elements >= (size_t(1) << 14); }
+
 // ---- Hole filling -------------------------------------------------------
 
 template <class T>
@@ -184,7 +187,7 @@ inline uint32_t factor3At(int o, int srcN, uint32_t w23, Get get) {
 void resizeFast(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH, int factor,
                 uint32_t* scratch) {
     // Horizontal pass: source rows to dstW samples, whole levels.
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(srcH) * dstW))
     for (int y = 0; y < srcH; ++y) {
         const uint16_t* s = src + size_t(y) * srcW;
         uint32_t* h = scratch + size_t(y) * dstW;
@@ -194,7 +197,7 @@ void resizeFast(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW
         else
             for (int x = 0; x < dstW; ++x) h[x] = factor3At(x, srcW, 171, get);
     }
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(dstH) * dstW))
     for (int y = 0; y < dstH; ++y) {
         uint16_t* d = dst + size_t(y) * dstW;
         for (int x = 0; x < dstW; ++x) {
@@ -261,11 +264,12 @@ void minFilterDepth(uint16_t* dst, const uint16_t* src, int w, int h, int radius
             d[x] = m;
         }
     };
+    const bool team = worthATeam(size_t(w) * h);
     if (r >= 2) {
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (team)
         for (int y = firstRow; y <= lastRow; ++y) filterRow(y);
     } else {
-#pragma omp parallel for
+#pragma omp parallel for if (team)
         for (int y = firstRow; y <= lastRow; ++y) filterRow(y);
     }
 }
@@ -283,7 +287,7 @@ void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, 
     }
     const Axis ax = makeAxis(srcW, dstW), ay = makeAxis(srcH, dstH);
     // Horizontal pass keeps 1/256 fractions; the vertical pass drops both.
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(srcH) * dstW))
     for (int y = 0; y < srcH; ++y) {
         const uint16_t* s = src + size_t(y) * srcW;
         uint32_t* h = scratch + size_t(y) * dstW;
@@ -294,7 +298,7 @@ void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, 
             h[x] = acc;
         }
     }
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(dstH) * dstW))
     for (int y = 0; y < dstH; ++y) {
         uint16_t* d = dst + size_t(y) * dstW;
         const uint32_t t0 = ay.offset[y], t1 = ay.offset[y + 1];

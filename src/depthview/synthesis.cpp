@@ -54,7 +54,7 @@ void buildShiftTable(uint16_t* shiftTable, const double m[16], const CameraValue
     const double lens = cam.sensorWidth * cam.pixelSize / cam.focalLength;  // single precision, kept
     const double* invDepthP = invDepth;
 
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (width >= 16)
     for (int d = 0; d < kDepthLevels; ++d) {
         uint16_t* row = shiftTable + size_t(d) * width;
         for (int x = 0; x < width; ++x) {
@@ -78,7 +78,7 @@ void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t*
                     std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
                     int32_t firstColumn, int width, int height) {
     const int start = firstColumn < 0 ? 0 : firstColumn;
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (size_t(width) * height >= (size_t(1) << 14))
     for (int y = 0; y < height; ++y) {
         const uint16_t* depthRow = depthUpscaled + size_t(y) * width;
         const uint8_t* s[3];
