@@ -38,6 +38,7 @@ struct ChromaRow {
 
 void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scratch) {
     const int w = f.width;
+    if (w <= 0) return;
     const std::size_t rowStart = static_cast<std::size_t>(r) * w;
     const uint16_t* levels = f.levelMap + rowStart;
     const uint8_t* aRow = f.a + rowStart;

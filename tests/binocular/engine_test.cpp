@@ -42,7 +42,7 @@ struct DepthMap {
 
 class BinocularEngine : public ::testing::Test {
 protected:
-    static constexpr int W = 64, H = 48, DW = 16, DH = 12;
+    static constexpr int W = 48, H = 36, DW = 16, DH = 12;
     void SetUp() override { kvDSR_Binocular_Close(); }
     void TearDown() override { kvDSR_Binocular_Close(); }
     uint32_t init(int w = W, int h = H, int dw = DW, int dh = DH, uint16_t shift = 100) {
@@ -149,7 +149,7 @@ TEST_F(BinocularEngine, RunSizesMustBeTheInitSizes) {
 class EndToEnd : public ::testing::TestWithParam<uint32_t> {};
 
 TEST_P(EndToEnd, LandsFirstImageAndMatchesSecond) {
-    const int w = 240, h = 180, dw = 60, dh = 45;
+    const int w = 240, h = 180, dw = 80, dh = 60;
     const std::vector<uint8_t> body = calibrationBody();
     ASSERT_EQ(kvDSR_Binocular_Init(body.data(), 512, nullptr, 0, w, h, dw, dh, 150), kvDSR_OK);
     Frame a(w, h), b(w, h);
