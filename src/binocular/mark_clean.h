@@ -18,4 +18,7 @@ enum : uint8_t {
 // the window (except its last column) become holes.
 void cleanMarks(uint8_t* mark, int width, int q);
 
+// The same, re-scanning each window: the reference cleanMarks is held to.
+void cleanMarksReference(uint8_t* mark, int width, int q);
+
 }  // namespace kvdsr::binocular

@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
 #include "binocular/mark_clean.h"
 
 using kvdsr::binocular::cleanMarks;
+using kvdsr::binocular::cleanMarksReference;
 
 namespace {
 
@@ -32,9 +34,11 @@ class MarkCleaning : public ::testing::TestWithParam<MarkCase> {};
 
 TEST_P(MarkCleaning, HandMadeRows) {
     const MarkCase& c = GetParam();
-    std::vector<uint8_t> m = row(c.before);
+    std::vector<uint8_t> m = row(c.before), r = row(c.before);
     cleanMarks(m.data(), static_cast<int>(m.size()), c.q);
+    cleanMarksReference(r.data(), static_cast<int>(r.size()), c.q);
     EXPECT_EQ(text(m), c.after);
+    EXPECT_EQ(text(r), c.after);
 }
 
 // Rows of 30 columns, window 7 unless said otherwise (last window start 23).
@@ -59,5 +63,26 @@ INSTANTIATE_TEST_SUITE_P(
         MarkCase{"WindowWiderThanRowDoesNothing", 40, "000001000000000000000000000000",
                  "000001000000000000000000000000"}),
     [](const ::testing::TestParamInfo<MarkCase>& i) { return std::string(i.param.name); });
+
+// The counting sweep against the re-scanning one, on random rows of every
+// density, window and width around the window size.
+TEST(MarkCleaning, CountingSweepMatchesReference) {
+    std::mt19937 rng(11);
+    for (int q = 1; q <= 14; ++q)
+        for (int width : {1, 2, q - 1, q, q + 1, 2 * q + 3, 97})
+            for (int density : {5, 30, 60, 90})
+                for (int trial = 0; trial < 20; ++trial) {
+                    if (width < 1) continue;
+                    std::vector<uint8_t> m(size_t(width) + 8, 7);  // canary past the row
+                    for (int i = 0; i < width; ++i) {
+                        const int roll = int(rng() % 100);
+                        m[i] = roll < density ? (roll % 10 == 0 ? 2 : 1) : 0;
+                    }
+                    std::vector<uint8_t> r = m;
+                    cleanMarks(m.data(), width, q);
+                    cleanMarksReference(r.data(), width, q);
+                    ASSERT_EQ(m, r) << "q " << q << " width " << width << " density " << density;
+                }
+}
 
 }  // namespace
