@@ -9,4 +9,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -L /usr/aarch64-linux-gnu)
+# The cross toolchain's own glibc comes first: Debian's multiarch libc6 of
+# another build, mixed with the cross loader, crashes on thread creation.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64
+    -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib:/usr/lib/aarch64-linux-gnu
+    -L /usr/aarch64-linux-gnu)

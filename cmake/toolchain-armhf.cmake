@@ -13,4 +13,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)
+# The cross toolchain's own glibc comes first: Debian's multiarch libc6 of
+# another build, mixed with the cross loader, crashes on thread creation.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm
+    -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib:/usr/lib/arm-linux-gnueabihf
+    -L /usr/arm-linux-gnueabihf)
