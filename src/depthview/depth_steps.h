@@ -2,6 +2,7 @@
 // functions over explicit buffers. The binocular engine reuses the depth steps.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kvdsr::depthview {
@@ -14,6 +15,7 @@ void fillInvalidDepth16(uint16_t* map, int w, int h);
 // Disparity to depth levels 0..maxDepth through a per-value table.
 void disparity8ToDepth(uint16_t* dst, const uint8_t* src, int w, int h, uint8_t scale, uint16_t maxDepth,
                        uint8_t invalid, float focalPx, double baseline);
+// Values above 1023 (outside the table) convert like the invalid marker.
 void disparity16ToDepth(uint16_t* dst, const uint16_t* src, int w, int h, int fractionDivisor,
                         uint16_t maxDepth, uint16_t invalid, float focalPx, double baseline);
 
@@ -21,7 +23,14 @@ void disparity16ToDepth(uint16_t* dst, const uint16_t* src, int w, int h, int fr
 void minFilterDepth(uint16_t* dst, const uint16_t* src, int w, int h, int radius);
 
 // Centre-aligned bilinear resize in 1/256 fixed point, with factor-2 and
-// factor-3 fast paths and area averaging when shrinking.
+// factor-3 fast paths and area averaging when shrinking. An empty source
+// gives an all-zero map.
 void resizeDepth(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH);
+// Same, with caller-provided scratch of resizeScratchSize(srcH, dstW) words.
+void resizeDepth(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH, uint32_t* scratch);
+std::size_t resizeScratchSize(int srcH, int dstW);
+// The general resampler alone: the reference the fast paths are held to.
+void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH,
+                        uint32_t* scratch);
 
 }  // namespace kvdsr::depthview

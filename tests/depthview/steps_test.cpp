@@ -1,0 +1,256 @@
+// Depth-map steps one by one: hole filling, disparity conversion, minimum
+// filter and the resampler with its fast paths.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "depthview/depth_steps.h"
+
+namespace {
+
+using namespace kvdsr::depthview;
+
+constexpr uint8_t I8 = 255;
+constexpr uint16_t I16 = 1023;
+
+// ---- Hole filling ---------------------------------------------------------
+
+TEST(FillInvalid, ForwardPassUsesItsOwnRepairs) {
+    std::vector<uint8_t> row = {20, I8, I8, 80};
+    fillInvalidDepth8(row.data(), 4, 1);
+    // Pixel 2 sees the repaired 20 of pixel 1 beside the 80.
+    EXPECT_EQ(row, (std::vector<uint8_t>{20, 20, 50, 80}));
+}
+
+TEST(FillInvalid, LeftoversAreRepairedBackwards) {
+    // Only pixel 2 has a valid neighbour in the forward pass; pixels 1 then 0
+    // are repaired walking back, so both need a backward order.
+    std::vector<uint16_t> row = {I16, I16, I16, 9};
+    fillInvalidDepth16(row.data(), 4, 1);
+    EXPECT_EQ(row, (std::vector<uint16_t>{9, 9, 9, 9}));
+
+    std::vector<uint8_t> col = {I8, I8, I8, 30, 60};  // one column
+    fillInvalidDepth8(col.data(), 1, 5);
+    EXPECT_EQ(col, (std::vector<uint8_t>{30, 30, 30, 30, 60}));
+}
+
+TEST(FillInvalid, MeanOfTheThreeByThreeNeighbourhood) {
+    std::vector<uint16_t> m = {1, 2, 3,  //
+                               4, I16, 6,  //
+                               7, 8, 1000};
+    fillInvalidDepth16(m.data(), 3, 3);
+    EXPECT_EQ(m[4], (1 + 2 + 3 + 4 + 6 + 7 + 8 + 1000) / 8);
+
+    // Values above the marker are not valid either.
+    std::vector<uint16_t> n = {2000, 10, I16, 30};
+    fillInvalidDepth16(n.data(), 4, 1);
+    EXPECT_EQ(n[2], 20);
+    EXPECT_EQ(n[0], 2000);
+}
+
+TEST(FillInvalid, AllInvalidStaysInvalid) {
+    std::vector<uint8_t> m(12, I8);
+    fillInvalidDepth8(m.data(), 4, 3);
+    for (uint8_t v : m) EXPECT_EQ(v, I8);
+}
+
+// ---- Disparity to depth ---------------------------------------------------
+
+TEST(Disparity8, ScaleDividesTheDisparity) {
+    // focalPx * baseline = 1000; scale 4 turns value 8 into disparity 2.
+    const std::vector<uint8_t> src = {8, 16, 200, 3, 0, I8};
+    std::vector<uint16_t> dst(src.size(), 0xBEEF);
+    disparity8ToDepth(dst.data(), src.data(), 3, 2, 4, 1023, I8, 100.f, 10.0);
+    EXPECT_EQ(dst[0], 500);
+    EXPECT_EQ(dst[1], 250);
+    EXPECT_EQ(dst[2], 20);
+    EXPECT_EQ(dst[3], 1023);  // 1333 is beyond the far plane
+    EXPECT_EQ(dst[4], 1023);  // zero disparity
+    EXPECT_EQ(dst[5], 0);     // invalid
+}
+
+TEST(Disparity8, ZeroScaleGivesDepthZeroAndFarPlaneForZero) {
+    std::vector<uint8_t> src(256);
+    for (int v = 0; v < 256; ++v) src[v] = uint8_t(v);
+    std::vector<uint16_t> dst(256, 0xBEEF);
+    disparity8ToDepth(dst.data(), src.data(), 16, 16, 0, 1023, I8, 100.f, 10.0);
+    EXPECT_EQ(dst[0], 1023);
+    for (int v = 1; v < 255; ++v) ASSERT_EQ(dst[v], 0) << v;
+    EXPECT_EQ(dst[255], 0);
+}
+
+TEST(Disparity16, EighthsOfAPixelAndOutOfTableValues) {
+    const std::vector<uint16_t> src = {16, 80, I16, 0, 2000, 1022};
+    std::vector<uint16_t> dst(src.size(), 0xBEEF);
+    disparity16ToDepth(dst.data(), src.data(), 6, 1, 8, 1023, I16, 100.f, 10.0);
+    EXPECT_EQ(dst[0], 500);
+    EXPECT_EQ(dst[1], 100);
+    EXPECT_EQ(dst[2], 0);
+    EXPECT_EQ(dst[3], 1023);
+    EXPECT_EQ(dst[4], 0);
+    EXPECT_EQ(dst[5], 8);  // 1000 / 127.75 = 7.83
+}
+
+TEST(Disparity16, DepthFallsAsDisparityGrows) {
+    std::vector<uint16_t> src(1023), dst(1023);
+    for (int v = 0; v < 1023; ++v) src[v] = uint16_t(v);
+    disparity16ToDepth(dst.data(), src.data(), 1023, 1, 8, 1023, I16, 600.f, 3.0);
+    for (int v = 1; v < 1023; ++v) ASSERT_LE(dst[v], dst[v - 1]) << v;
+    EXPECT_EQ(dst[0], 1023);
+    EXPECT_LT(dst[1022], 20);
+}
+
+// ---- Minimum filter -------------------------------------------------------
+
+class MinFilter : public ::testing::TestWithParam<std::tuple<int, int, int>> {};
+
+TEST_P(MinFilter, RowRangeBordersAndNeighbourhood) {
+    const auto [w, h, r] = GetParam();
+    std::mt19937 rng(w * 131 + h * 7 + r);
+    std::vector<uint16_t> src(size_t(w) * h), dst(src.size(), 0xBEEF);
+    for (auto& v : src) v = uint16_t(rng() % 1024);
+    minFilterDepth(dst.data(), src.data(), w, h, r);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const bool filtered = y >= r && y <= h - r - 2 && x >= r && x <= w - r - 1;
+            uint16_t expect = src[y * w + x];
+            if (filtered)
+                for (int dy = -r; dy <= r; ++dy)
+                    for (int dx = -r; dx <= r; ++dx) expect = std::min(expect, src[(y + dy) * w + x + dx]);
+            ASSERT_EQ(dst[y * w + x], expect) << x << "," << y << " r=" << r;
+        }
+}
+
+INSTANTIATE_TEST_SUITE_P(Radii, MinFilter,
+                         ::testing::Values(std::make_tuple(16, 12, 1), std::make_tuple(16, 12, 2),
+                                           std::make_tuple(17, 13, 3), std::make_tuple(5, 8, 3),
+                                           std::make_tuple(9, 7, 3), std::make_tuple(4, 3, 1)));
+
+TEST(MinFilterGrowth, NearValueGrowsByTheRadius) {
+    const int w = 16, h = 12;
+    std::vector<uint16_t> src(w * h, 900), dst(w * h);
+    src[6 * w + 8] = 100;
+    minFilterDepth(dst.data(), src.data(), w, h, 2);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            ASSERT_EQ(dst[y * w + x], (std::abs(y - 6) <= 2 && std::abs(x - 8) <= 2) ? 100 : 900) << x << "," << y;
+}
+
+// ---- Resampling -----------------------------------------------------------
+
+std::vector<uint16_t> randomMap(int w, int h, int maxStep, uint32_t seed) {
+    // Neighbouring values differ by at most maxStep (full range when 1023).
+    std::mt19937 rng(seed);
+    std::vector<uint16_t> m(size_t(w) * h);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            if (maxStep >= 1023) {
+                m[y * w + x] = uint16_t(rng() % 1024);
+                continue;
+            }
+            int base = x ? m[y * w + x - 1] : (y ? m[(y - 1) * w] : 512);
+            if (y && x) base = (base + m[(y - 1) * w + x]) / 2;
+            const int v = base + int(rng() % (2 * maxStep + 1)) - maxStep;
+            m[y * w + x] = uint16_t(std::clamp(v, 0, 1023));
+        }
+    return m;
+}
+
+std::vector<uint16_t> general(const std::vector<uint16_t>& src, int sw, int sh, int dw, int dh) {
+    std::vector<uint16_t> out(size_t(dw) * dh);
+    std::vector<uint32_t> scratch(resizeScratchSize(sh, dw) + 1);
+    resizeDepthGeneral(out.data(), src.data(), sw, sh, dw, dh, scratch.data());
+    return out;
+}
+
+TEST(Resize, GeneralKeepsConstantsAndIdentity) {
+    const auto ramp = randomMap(16, 12, 1023, 5);
+    EXPECT_EQ(general(ramp, 16, 12, 16, 12), ramp);
+    const std::vector<uint16_t> flat(16 * 12, 777);
+    for (auto [dw, dh] : {std::pair{64, 48}, {40, 30}, {7, 5}, {64, 5}, {13, 48}})
+        for (uint16_t v : general(flat, 16, 12, dw, dh)) ASSERT_EQ(v, 777) << dw << "x" << dh;
+}
+
+TEST(Resize, CentreAlignedEnlargement) {
+    // Factor 4 along a row: output x samples source (x + 0.5) / 4 - 0.5.
+    const std::vector<uint16_t> src = {0, 256, 512, 768};
+    const auto out = general(src, 4, 1, 16, 1);
+    const std::vector<uint16_t> expect = {0, 0, 32, 96, 160, 224, 288, 352, 416, 480, 544, 608, 672, 736, 768, 768};
+    EXPECT_EQ(out, expect);
+}
+
+TEST(Resize, ShrinkingAveragesAreas) {
+    // 2 x 2 blocks of one value shrink to that value; a 3:1 shrink averages.
+    std::vector<uint16_t> blocks(8 * 4);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 8; ++x) blocks[y * 8 + x] = uint16_t(100 * (x / 2) + 10 * (y / 2));
+    const auto out = general(blocks, 8, 4, 4, 2);
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 4; ++x) EXPECT_EQ(out[y * 4 + x], 100 * x + 10 * y);
+
+    const std::vector<uint16_t> row = {0, 30, 60, 300, 300, 300};
+    EXPECT_EQ(general(row, 6, 1, 2, 1), (std::vector<uint16_t>{30, 300}));  // weights 85, 85, 86
+    // 3 -> 2: the middle sample is split over both outputs.
+    EXPECT_EQ(general(std::vector<uint16_t>{0, 90, 300}, 3, 1, 2, 1), (std::vector<uint16_t>{30, 230}));
+}
+
+// Fast paths against the general resampler on the same input. Factor 2:
+// within 1 everywhere (the fast path rounds each axis, the general one
+// truncates once). Factor 3: the vertical axis uses the general weights; the
+// horizontal one rounds the two-thirds weight to 171/256 where the general
+// resampler's floored position gives 170/256, so output columns 3i (i >= 1)
+// may differ by a further |a - b| / 256 of their two source samples.
+class FastPaths : public ::testing::TestWithParam<std::tuple<int, int, int, int>> {};
+
+TEST_P(FastPaths, StayWithinOneLevelOfTheGeneralResampler) {
+    const auto [factor, w, h, maxStep] = GetParam();
+    const auto src = randomMap(w, h, maxStep, uint32_t(factor * 1000 + w + maxStep));
+    const int dw = factor * w, dh = factor * h;
+    std::vector<uint16_t> fast(size_t(dw) * dh);
+    resizeDepth(fast.data(), src.data(), w, h, dw, dh);
+    const auto ref = general(src, w, h, dw, dh);
+    int maxDiff = 0;
+    for (int y = 0; y < dh; ++y)
+        for (int x = 0; x < dw; ++x) {
+            int tol = 1;
+            if (factor == 3 && x % 3 == 0 && x > 0) {
+                int step = 0;
+                for (int sy = std::max(y / 3 - 1, 0); sy <= std::min(y / 3 + 1, h - 1); ++sy)
+                    step = std::max(step, std::abs(src[sy * w + x / 3] - src[sy * w + x / 3 - 1]));
+                tol = 1 + (step + 255) / 256;
+            }
+            const int diff = std::abs(int(fast[y * dw + x]) - int(ref[y * dw + x]));
+            maxDiff = std::max(maxDiff, diff);
+            ASSERT_LE(diff, tol) << "at " << x << "," << y;
+        }
+    // The paths are different code: identical output would mean the fast
+    // path was not taken for this size.
+    if (maxStep > 8 && w > 1) EXPECT_GT(maxDiff, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Factors, FastPaths,
+                         ::testing::Values(std::make_tuple(2, 16, 12, 1023), std::make_tuple(2, 17, 9, 40),
+                                           std::make_tuple(3, 16, 12, 1023), std::make_tuple(3, 11, 7, 40),
+                                           std::make_tuple(3, 5, 4, 4), std::make_tuple(2, 1, 1, 1023)));
+
+TEST(Resize, FastPathsCopyEveryThirdSampleAndHalveAtTheEdges) {
+    const auto src = randomMap(8, 6, 1023, 77);
+    std::vector<uint16_t> out3(24 * 18), out2(16 * 12);
+    resizeDepth(out3.data(), src.data(), 8, 6, 24, 18);
+    for (int y = 0; y < 6; ++y)
+        for (int x = 0; x < 8; ++x) ASSERT_EQ(out3[(3 * y + 1) * 24 + 3 * x + 1], src[y * 8 + x]);
+    resizeDepth(out2.data(), src.data(), 8, 6, 16, 12);
+    EXPECT_EQ(out2[0], src[0]);
+    EXPECT_EQ(out2[16 * 12 - 1], src[8 * 6 - 1]);
+}
+
+TEST(Resize, EmptySourceGivesZeros) {
+    std::vector<uint16_t> out(12, 0xBEEF);
+    resizeDepth(out.data(), nullptr, 0, 0, 4, 3);
+    for (uint16_t v : out) EXPECT_EQ(v, 0);
+}
+
+}  // namespace
