@@ -10,6 +10,7 @@
 
 #include "calibration/calib_block.h"
 #include "remap/remap.h"
+#include "remap/remap_lut_kernels.h"
 
 namespace {
 
@@ -658,25 +659,38 @@ void lutEntry(const double* map, int mw, int mh, int sw, int sh, double u, doubl
 
 }  // namespace reference
 
+// Every row kernel this CPU runs, against the plain per-pixel rules; the
+// second matrix sends w through zero inside the frame (infinite and negative
+// map coordinates).
 TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
     std::mt19937 rng(17);
     const int mw = 37, mh = 21, ow = 45, oh = 27, sw = 33, sh = 19;
     const auto map = randomMap(rng, mw, mh, -1.0, 34.0);
-    const double h[9] = {1.03, 0.04, -2.5, -0.02, 0.97, 1.25, 0.0009, -0.0004, 1.01};
+    const double mild[9] = {1.03, 0.04, -2.5, -0.02, 0.97, 1.25, 0.0009, -0.0004, 1.01};
+    const double steep[9] = {1.0, 0.1, 0.5, 0.05, 1.0, -0.5, -0.05, 0.001, 1.0};
     const uint16_t rect[4] = {0, 0, ow - 1, oh - 1};
-    Tables t(ow * oh);
-    RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
-                   map.data(), rect);
-    for (int y = 0; y < oh; ++y) {
-        double su = h[0] * 0 + h[1] * y + h[2], sv = h[3] * 0 + h[4] * y + h[5], sz = h[6] * 0 + h[7] * y + h[8];
-        for (int x = 0; x < ow; ++x, su += h[0], sv += h[3], sz += h[6]) {
-            uint32_t o;
-            uint16_t cw, rw;
-            reference::lutEntry(map.data(), mw, mh, sw, sh, su / sz, sv / sz, &o, &cw, &rw);
-            const int i = y * ow + x;
-            ASSERT_EQ(t.offset[i], o) << x << "," << y;
-            ASSERT_EQ(t.columnWeight[i], cw) << x << "," << y;
-            ASSERT_EQ(t.rowWeight[i], rw) << x << "," << y;
+    const LutRowFn* kernels;
+    const int count = lutRowVariants(&kernels);
+    for (int k = 0; k < count; ++k) {
+        for (const double* h : {mild, steep}) {
+            setLutRowKernel(kernels[k]);
+            Tables t(ow * oh);
+            RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
+                           map.data(), rect);
+            setLutRowKernel(nullptr);
+            for (int y = 0; y < oh; ++y) {
+                double su = h[0] * 0 + h[1] * y + h[2], sv = h[3] * 0 + h[4] * y + h[5],
+                       sz = h[6] * 0 + h[7] * y + h[8];
+                for (int x = 0; x < ow; ++x, su += h[0], sv += h[3], sz += h[6]) {
+                    uint32_t o;
+                    uint16_t cw, rw;
+                    reference::lutEntry(map.data(), mw, mh, sw, sh, su / sz, sv / sz, &o, &cw, &rw);
+                    const int i = y * ow + x;
+                    ASSERT_EQ(t.offset[i], o) << "kernel " << k << " at " << x << "," << y;
+                    ASSERT_EQ(t.columnWeight[i], cw) << "kernel " << k << " at " << x << "," << y;
+                    ASSERT_EQ(t.rowWeight[i], rw) << "kernel " << k << " at " << x << "," << y;
+                }
+            }
         }
     }
 }
