@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "calibration/calib_block.h"
+#include "remap/distortion_map_kernels.h"
 #include "remap/remap.h"
 #include "remap/remap_lut_kernels.h"
 
@@ -695,10 +696,12 @@ TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
     }
 }
 
-// The map build against a linear-search version of the same composition
-// (docs/remap.md), including a table whose radii are not ascending.
+// The map build (every row kernel this CPU runs) against a linear-search
+// version of the same composition (docs/remap.md): ascending and unordered
+// tables, fitted or not, and a pitch that puts the corners beyond the table.
 TEST_F(RemapTest, MapMatchesPlainReference) {
-    RemapModel m = plainModel(48, 36);
+    const int gw = 48, gh = 36;
+    RemapModel m = plainModel(gw, gh);
     m.srcWidth = 40;
     m.srcHeight = 30;
     m.calibWidth = 400;
@@ -708,23 +711,36 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
     const double sortedR[] = {0, 0.8, 1.6, 2.4, 3.2};
     const double unsortedR[] = {0, 0.8, 2.0, 1.6, 3.2};
     const double d[] = {0, -1.5, -4.0, -8.5, -14.0};
-    for (const double* r : {sortedR, unsortedR}) {
-        for (int fit : {0, 1}) {
-            std::vector<double> map(2 * 48 * 36);
+    const MapRowFn* kernels;
+    const int count = mapRowVariants(&kernels);
+    struct Case {
+        const double* radii;
+        int fit;
+        double pitch;
+    };
+    const Case cases[] = {{sortedR, 0, 10}, {sortedR, 1, 10}, {unsortedR, 0, 10}, {unsortedR, 1, 10},
+                          {sortedR, 0, 120}, {unsortedR, 0, 120}};
+    for (int k = 0; k < count; ++k) {
+        for (const Case& c : cases) {
+            m.pixelPitch = c.pitch;
+            std::vector<double> map(2 * gw * gh);
             double sx = 0, sy = 0;
-            const uint32_t res = DistortionMap_Build(map.data(), m, r, d, 5, 0, &sx, &sy, fit);
-            ASSERT_TRUE(res == kMapOk || res == kMapBeyondTable);
-            const DistortionTable table = DistortionTable_Make(r, d, 5, 0);
+            setMapRowKernel(kernels[k]);
+            const uint32_t res = DistortionMap_Build(map.data(), m, c.radii, d, 5, 0, &sx, &sy, c.fit);
+            setMapRowKernel(nullptr);
+            const DistortionTable table = DistortionTable_Make(c.radii, d, 5, 0);
             const double s = sx;
-            const double kx = s * (40.0 / 48), ox = s * (m.cx + 0.5 - 0.5 * (40.0 / 48));
-            const double ax = s * (400.0 / 48), bx = s * ((m.cx + 0.5) * (400.0 / 40) - 0.5 * (400.0 / 48));
-            const double ky = s * (30.0 / 36), oy = s * (m.cy + 0.5 - 0.5 * (30.0 / 36));
-            const double ay = s * (300.0 / 36), by = s * ((m.cy + 0.5) * (300.0 / 30) - 0.5 * (300.0 / 36));
-            for (int y = 0; y < 36; ++y) {
+            const double kx = s * (40.0 / gw), ox = s * (m.cx + 0.5 - 0.5 * (40.0 / gw));
+            const double ax = s * (400.0 / gw), bx = s * ((m.cx + 0.5) * (400.0 / 40) - 0.5 * (400.0 / gw));
+            const double ky = s * (30.0 / gh), oy = s * (m.cy + 0.5 - 0.5 * (30.0 / gh));
+            const double ay = s * (300.0 / gh), by = s * ((m.cy + 0.5) * (300.0 / 30) - 0.5 * (300.0 / gh));
+            bool beyond = false;
+            for (int y = 0; y < gh; ++y) {
                 double f = 1.0;
-                for (int x = 0; x < 48; ++x) {
+                for (int x = 0; x < gw; ++x) {
                     const double qx = (x * ax - bx) * (x * ax - bx), ty = y * ay - by;
                     const double rad = std::sqrt(qx + ty * ty) * m.pixelPitch * 0.001;
+                    beyond |= !(rad < table.largestRadius);
                     if (rad < table.largestRadius) {
                         for (int i = 1; i < table.count; ++i)
                             if (rad < table.radius[i]) {
@@ -735,10 +751,13 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
                                 break;
                             }
                     }
-                    ASSERT_EQ(map[2 * (y * 48 + x)], m.cx + f * (x * kx - ox)) << x << "," << y << " fit " << fit;
-                    ASSERT_EQ(map[2 * (y * 48 + x) + 1], m.cy + f * (y * ky - oy)) << x << "," << y;
+                    ASSERT_EQ(map[2 * (y * gw + x)], m.cx + f * (x * kx - ox))
+                        << "kernel " << k << " at " << x << "," << y << " pitch " << c.pitch << " fit " << c.fit;
+                    ASSERT_EQ(map[2 * (y * gw + x) + 1], m.cy + f * (y * ky - oy)) << x << "," << y;
                 }
             }
+            EXPECT_EQ(res, beyond ? kMapBeyondTable : kMapOk) << "kernel " << k;
+            if (c.pitch > 100 && c.radii == sortedR) EXPECT_TRUE(beyond);
         }
     }
 }
