@@ -578,6 +578,13 @@ TEST_F(RemapTest, MapFailuresAreReturnedUnchanged) {
     const auto block = blockWith(s, s);
     Chain chain = setUpChain(w, h, w, h);
     EXPECT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 1, -1, 1, 1, 3), kMapFillScaleFailed);
+    // The kept tables hold border entries, not the workspace's old bytes.
+    const RemapTables t = Remap_WorkspaceTables(chain.workspace.data(), 1);
+    for (int i = 0; i < w * h; ++i) {
+        ASSERT_EQ(t.offset[i], 0u) << i;
+        ASSERT_EQ(t.columnWeight[i], 0) << i;
+        ASSERT_EQ(t.rowWeight[i], 0) << i;
+    }
     // Neither workspace nor stores: the same failure, and no leak (ASan).
     Remap_Reset();
     uint32_t ws, mb;
