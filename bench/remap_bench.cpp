@@ -16,6 +16,7 @@
 #include "calibration/calib_block.h"
 #include "calibration/geometry.h"
 #include "remap/remap.h"
+#include "remap/remap_lut_kernels.h"
 #include "remap/warp_kernels.h"
 
 #if KVDSR_WITH_CALIBPACK
@@ -163,15 +164,18 @@ void BM_CopyFloor(benchmark::State& state) {
     perPixel(state);
 }
 
-// Map and table (as Init does), or one of the two alone.
-void BM_Build(benchmark::State& state, int buildMap, int buildLut) {
+// Map and table (as Init does), or one of the two alone; optionally with
+// the plain table row kernel.
+void BM_Build(benchmark::State& state, int buildMap, int buildLut, bool plainRows) {
     Fixture& f = fixture();
     setThreads(int(state.range(0)));
+    setLutRowKernel(plainRows ? LutRowProjective_C : nullptr);
     for (auto _ : state) {
         const uint32_t r =
             Remap_BuildCamera(nullptr, f.block.data(), nullptr, kWidth, kHeight, 2, -1, buildMap, buildLut, 3);
         benchmark::DoNotOptimize(r);
     }
+    setLutRowKernel(nullptr);
     perPixel(state);
 }
 
@@ -223,9 +227,10 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("CvRemap", BM_CvRemap)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif
         benchmark::RegisterBenchmark("CopyFloor10", BM_CopyFloor)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build", BM_Build, 1, 1)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build/map", BM_Build, 1, 0)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build/table", BM_Build, 0, 1)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Build", BM_Build, 1, 1, false)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Build/map", BM_Build, 1, 0, false)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Build/table", BM_Build, 0, 1, false)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Build/table/C", BM_Build, 0, 1, true)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
 #if KVDSR_WITH_OPENCV
         benchmark::RegisterBenchmark("CvBuild", BM_CvBuild)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif

@@ -1,12 +1,14 @@
 // Lens distortion table (extension, inversion, lookup) and the per-pixel
 // coordinate map.
+#include <omp.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 #include "calibration/calib_block.h"
 #include "common/alloc.h"
-#include <omp.h>
-
+#include "remap/distortion_map_kernels.h"
 #include "remap/pair_math.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
@@ -33,39 +35,10 @@ void extend(DistortionTable& t) {
     for (int i = 1; i < t.count; ++i) t.largestRadius = std::max(t.largestRadius, t.radius[i]);
 }
 
-inline double interpolate(const DistortionTable& t, int i, double r) {
-    const double d = t.distortion[i - 1] +
-                     (r - t.radius[i - 1]) * (t.distortion[i] - t.distortion[i - 1]) / (t.radius[i] - t.radius[i - 1]);
-    return 1 + d * 0.01;
-}
-
 bool ascending(const DistortionTable& t) {
     for (int i = 1; i < t.count; ++i)
         if (!(t.radius[i - 1] <= t.radius[i])) return false;
     return true;
-}
-
-// In an ascending table the first i >= 1 with r < R_i is the one boundary
-// index, so it can be found by walking from the previous pixel's.
-inline bool searchFrom(const DistortionTable& t, double r, int* hint, double* factor) {
-    int i = *hint;
-    while (i > 1 && r < t.radius[i - 1]) --i;
-    while (i < t.count && !(r < t.radius[i])) ++i;
-    if (i == t.count) return false;
-    *hint = i;
-    *factor = interpolate(t, i, r);
-    return true;
-}
-
-// First entry i >= 1 with r < R_i, interpolated from i-1; false if none.
-inline bool searchFactor(const DistortionTable& t, double r, double* factor) {
-    for (int i = 1; i < t.count; ++i) {
-        if (r < t.radius[i]) {
-            *factor = interpolate(t, i, r);
-            return true;
-        }
-    }
-    return false;
 }
 
 // Affine terms of one axis: displacement u = i*k - o (source pixels) and
@@ -194,7 +167,7 @@ uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double*
 
     const double pitch = model.pixelPitch;
     const bool sorted = ascending(table);
-    const pair::Pair centre = pair::make(model.cx, model.cy);
+    const MapRowFn kernel = mapRowKernel();
     const bool parallel = uint64_t(w) * uint64_t(h) >= kParallelMinPixels;
     const int teams = parallel ? std::max(1, omp_get_max_threads()) : 1;
     auto radiusRows = allocArray<double>(size_t(teams) * w);  // one row of radii per thread
@@ -204,22 +177,60 @@ uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double*
         double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
         const double ty = t[y];
         for (int x = 0; x < w; ++x) r[x] = radiusAt(q[x], ty, pitch);
-        double* row = map + size_t(y) * w * 2;
-        double f = 1.0;  // reused where the table gives nothing
-        int hint = 1;
-        for (int x = 0; x < w; ++x) {
-            if (r[x] < table.largestRadius) {
-                if (sorted)
-                    searchFrom(table, r[x], &hint, &f);
-                else
-                    searchFactor(table, r[x], &f);
-            } else {
-                beyond = 1;
-            }
-            pair::store(row + 2 * x, pair::add(centre, pair::mul(pair::splat(f), pair::make(u[x], v[y]))));
-        }
+        const MapRow row{&table, sorted, r, u, v[y], model.cx, model.cy, w, map + size_t(y) * w * 2};
+        if (kernel(row)) beyond = 1;
     }
     return beyond ? kMapBeyondTable : kMapOk;
 }
+
+bool MapRow_C(const MapRow& row) {
+    int hint = 1;
+    double f = 1.0;  // reused where the table gives nothing
+    return mapPixels(row, 0, &hint, &f);
+}
+
+namespace {
+
+#if defined(__x86_64__)
+bool cpuHasAvx2() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2");
+}
+#endif
+
+// Constant-initialised; filled on first use by the (single) calling thread.
+MapRowFn g_mapVariants[2] = {};
+std::atomic<int> g_mapVariantCount{0};
+std::atomic<MapRowFn> g_mapKernel{nullptr};
+
+int detectMapVariants() {
+    int n = g_mapVariantCount.load(std::memory_order_acquire);
+    if (n) return n;
+    g_mapVariants[n++] = MapRow_C;
+#if defined(__x86_64__)
+    if (cpuHasAvx2()) g_mapVariants[n++] = MapRow_AVX2;
+#endif
+    g_mapVariantCount.store(n, std::memory_order_release);
+    return n;
+}
+
+}  // namespace
+
+int mapRowVariants(const MapRowFn** out) {
+    const int n = detectMapVariants();
+    if (out) *out = g_mapVariants;
+    return n;
+}
+
+MapRowFn mapRowKernel() {
+    MapRowFn fn = g_mapKernel.load(std::memory_order_acquire);
+    if (!fn) {
+        fn = g_mapVariants[detectMapVariants() - 1];
+        g_mapKernel.store(fn, std::memory_order_release);
+    }
+    return fn;
+}
+
+void setMapRowKernel(MapRowFn fn) { g_mapKernel.store(fn, std::memory_order_release); }
 
 }  // namespace kvdsr::remap

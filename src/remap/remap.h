@@ -6,8 +6,8 @@
 //
 // Typical use by an engine (see docs/remap.md):
 //   Init:  Remap_Reset(); Remap_QuerySize(&ws, &mb, w1, h1, w2, h2, ow, oh, 0, 1, 1);
-//          allocate ws bytes (8-byte aligned) and mb bytes; Remap_SetWorkspace(ws);
-//          Remap_SetBuffers(maps, luts);
+//          allocate ws bytes (8-byte aligned); Remap_SetWorkspace(ws);
+//          (Remap_SetBuffers only for callers that keep maps in slots)
 //          Remap_BuildCamera(nullptr, block, nullptr, w, h, 1, -1, 1, 1, 3);  // and camera 2
 //   Run:   RemapTables t = Remap_WorkspaceTables(ws, camera);
 //          Remap_ApplyPlane(dst, src, t.offset, t.columnWeight, t.rowWeight, w, t.stride, rect);

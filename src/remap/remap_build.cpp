@@ -107,6 +107,17 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
     // Map for the table: built now, or one kept from earlier. A grid larger
     // than the region reserved for it (e.g. an output larger than the
     // source) is built in a buffer of this call instead of overflowing.
+    uint32_t r[4] = {}, shift = 0;
+    const bool any = effectiveRect(rect, outWidth, outHeight, mode, mode == 0 ? 0 : extraColumns,
+                                   c.columnShiftFlag, r, &shift);
+    const uint16_t lutRect[4] = {uint16_t(r[0] - shift), uint16_t(r[1]), uint16_t(r[2] - shift), uint16_t(r[3])};
+    auto buildTables = [&](const double* map) {
+        if (buildLut == 1 && any && st.tables.offset)
+            RemapLut_Build(st.tables.offset, st.tables.columnWeight, st.tables.rowWeight, srcWidth, srcHeight,
+                           map ? model.gridWidth : 0, map ? model.gridHeight : 0, outWidth, mode, extraColumns,
+                           model.homography, map, lutRect);
+    };
+
     const double* map = nullptr;
     if (buildMap == 1) {
         double* target = st.map;
@@ -118,7 +129,12 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
         double scaleX, scaleY;
         const uint32_t result = DistortionMap_Build(target, model, table.radius, table.distortion,
                                                     table.calibrationEntries, 0, &scaleX, &scaleY, 1);
-        if (result != kMapOk) return result;
+        if (result != kMapOk) {
+            // Kept tables would otherwise hold stale (or never written)
+            // offsets for a later warp: leave border entries instead.
+            if (st.tablesPersist) buildTables(nullptr);
+            return result;
+        }
         map = target;
     } else if (buildLut == 1) {
         if (mapSlot >= 0) {
@@ -133,15 +149,7 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
         }
     }
 
-    uint32_t r[4], shift = 0;
-    const bool any = effectiveRect(rect, outWidth, outHeight, mode, mode == 0 ? 0 : extraColumns,
-                                   c.columnShiftFlag, r, &shift);
-    if (buildLut == 1 && any && st.tables.offset) {
-        const uint16_t lutRect[4] = {uint16_t(r[0] - shift), uint16_t(r[1]), uint16_t(r[2] - shift), uint16_t(r[3])};
-        RemapLut_Build(st.tables.offset, st.tables.columnWeight, st.tables.rowWeight, srcWidth, srcHeight,
-                       map ? model.gridWidth : 0, map ? model.gridHeight : 0, outWidth, mode, extraColumns,
-                       model.homography, map, lutRect);
-    }
+    buildTables(map);
 
     // Tables of this call only exist if they were just built.
     const bool tablesUsable = st.tables.offset && (st.tablesPersist || buildLut == 1);

@@ -2,55 +2,16 @@
 #include <algorithm>
 #include <cmath>
 
+#include <atomic>
+
 #include "remap/pair_math.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
+#include "remap/remap_lut_kernels.h"
 
 namespace kvdsr::remap {
 
 namespace {
-
-// Strict test: the right and lower neighbours must exist, so X = srcWidth-1
-// is already outside. Unusable points get offset 0 and weights 0.
-struct EntryWriter {
-    pair::Pair low = pair::splat(0.0), high, one = pair::splat(1.0), scale = pair::splat(1024.0);
-    uint32_t srcWidth;
-    EntryWriter(uint32_t w, uint32_t h) : high(pair::make(double(w) - 1, double(h) - 1)), srcWidth(w) {}
-
-    inline void operator()(pair::Pair xy, uint32_t* offset, uint16_t* columnWeight, uint16_t* rowWeight) const {
-        if (pair::inside(xy, low, high)) {
-            int32_t ix, iy, wc, wr;
-            pair::Pair whole;
-            pair::truncate(xy, &ix, &iy, &whole);
-            pair::truncate(pair::mul(pair::sub(pair::add(whole, one), xy), scale), &wc, &wr, nullptr);
-            *offset = uint32_t(ix) + srcWidth * uint32_t(iy);
-            *columnWeight = uint16_t(wc);
-            *rowWeight = uint16_t(wr);
-        } else {
-            *offset = 0;
-            *columnWeight = 0;
-            *rowWeight = 0;
-        }
-    }
-};
-
-// Map index and fraction along one axis, clamped to the grid; false for NaN.
-inline bool clampIndex(double c, int size, int* i0, int* i1, double* frac) {
-    if (c < 0) {
-        *i0 = *i1 = 0;
-        *frac = c;
-    } else if (c >= size - 1) {
-        *i0 = *i1 = size - 1;
-        *frac = c - (size - 1);
-    } else if (c >= 0) {
-        *i0 = int(c);
-        *i1 = *i0 + 1;
-        *frac = c - *i0;
-    } else {
-        return false;
-    }
-    return true;
-}
 
 bool isIdentity(const double h[9]) {
     static constexpr double kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
@@ -99,6 +60,7 @@ void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t
     const bool parallel = uint64_t(last - first + 1) * uint64_t(bottom - top + 1) >= kParallelMinPixels;
     const EntryWriter write(srcWidth, srcHeight);
     const pair::Pair invalid = pair::splat(-1.0);
+    const LutRowFn kernel = identity || !haveMap ? nullptr : lutRowKernel();
 
 #pragma omp parallel for schedule(dynamic, 1) if (parallel)
     for (int y = top; y <= bottom; ++y) {
@@ -116,27 +78,59 @@ void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t
                 write(rec && x < mapWidth ? pair::load(rec + 2 * x) : invalid, offset + x, cw + x, rw + x);
             continue;
         }
-        double su = h[0] * first + h[1] * y + h[2];
-        double sv = h[3] * first + h[4] * y + h[5];
-        double sw = h[6] * first + h[7] * y + h[8];
-        for (int x = first; x <= last; ++x, su += h[0], sv += h[3], sw += h[6]) {
-            const double u = su / sw, v = sv / sw;
-            int c0, c1, r0, r1;
-            double fu, fv;
-            pair::Pair xy = invalid;
-            if (clampIndex(u, mapWidth, &c0, &c1, &fu) && clampIndex(v, mapHeight, &r0, &r1, &fv)) {
-                // X and Y of the four records blended together.
-                const double* m0 = coordinateMap + size_t(r0) * mapWidth * 2;
-                const double* m1 = coordinateMap + size_t(r1) * mapWidth * 2;
-                const pair::Pair pu = pair::splat(fu);
-                const pair::Pair a = pair::load(m0 + 2 * c0), b = pair::load(m1 + 2 * c0);
-                const pair::Pair rowTop = pair::add(a, pair::mul(pu, pair::sub(pair::load(m0 + 2 * c1), a)));
-                const pair::Pair rowBottom = pair::add(b, pair::mul(pu, pair::sub(pair::load(m1 + 2 * c1), b)));
-                xy = pair::add(rowTop, pair::mul(pair::splat(fv), pair::sub(rowBottom, rowTop)));
-            }
-            write(xy, offset + x, cw + x, rw + x);
-        }
+        const LutRow row{coordinateMap, mapWidth, mapHeight, srcWidth, srcHeight, h, y, first, last, offset, cw, rw};
+        kernel(row);
     }
 }
+
+void LutRowProjective_C(const LutRow& r) {
+    const double* h = r.h;
+    lutPixels(r, r.first, h[0] * r.first + h[1] * r.y + h[2], h[3] * r.first + h[4] * r.y + h[5],
+              h[6] * r.first + h[7] * r.y + h[8]);
+}
+
+namespace {
+
+#if defined(__x86_64__)
+bool cpuHasAvx2() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2");
+}
+#endif
+
+// Constant-initialised; filled on first use by the (single) calling thread.
+LutRowFn g_lutVariants[2] = {};
+std::atomic<int> g_lutVariantCount{0};
+std::atomic<LutRowFn> g_lutKernel{nullptr};
+
+int detectLutVariants() {
+    int n = g_lutVariantCount.load(std::memory_order_acquire);
+    if (n) return n;
+    g_lutVariants[n++] = LutRowProjective_C;
+#if defined(__x86_64__)
+    if (cpuHasAvx2()) g_lutVariants[n++] = LutRowProjective_AVX2;
+#endif
+    g_lutVariantCount.store(n, std::memory_order_release);
+    return n;
+}
+
+}  // namespace
+
+int lutRowVariants(const LutRowFn** out) {
+    const int n = detectLutVariants();
+    if (out) *out = g_lutVariants;
+    return n;
+}
+
+LutRowFn lutRowKernel() {
+    LutRowFn fn = g_lutKernel.load(std::memory_order_acquire);
+    if (!fn) {
+        fn = g_lutVariants[detectLutVariants() - 1];
+        g_lutKernel.store(fn, std::memory_order_release);
+    }
+    return fn;
+}
+
+void setLutRowKernel(LutRowFn fn) { g_lutKernel.store(fn, std::memory_order_release); }
 
 }  // namespace kvdsr::remap

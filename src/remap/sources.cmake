@@ -3,7 +3,8 @@
 set(_remap ${PROJECT_SOURCE_DIR}/src/remap)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|amd64|i[3-6]86")
   set_source_files_properties(${_remap}/warp_sse41.cpp PROPERTIES COMPILE_OPTIONS "-msse4.1")
-  set_source_files_properties(${_remap}/warp_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2")
+  set_source_files_properties(${_remap}/warp_avx2.cpp ${_remap}/remap_lut_avx2.cpp
+    ${_remap}/distortion_map_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2")
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND NOT ANDROID_ABI STREQUAL "arm64-v8a")
   set_source_files_properties(${_remap}/warp_neon.cpp PROPERTIES COMPILE_OPTIONS "-mfpu=neon")
 endif()

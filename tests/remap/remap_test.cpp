@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "calibration/calib_block.h"
+#include "remap/distortion_map_kernels.h"
 #include "remap/remap.h"
+#include "remap/remap_lut_kernels.h"
 
 namespace {
 
@@ -576,6 +578,13 @@ TEST_F(RemapTest, MapFailuresAreReturnedUnchanged) {
     const auto block = blockWith(s, s);
     Chain chain = setUpChain(w, h, w, h);
     EXPECT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 1, -1, 1, 1, 3), kMapFillScaleFailed);
+    // The kept tables hold border entries, not the workspace's old bytes.
+    const RemapTables t = Remap_WorkspaceTables(chain.workspace.data(), 1);
+    for (int i = 0; i < w * h; ++i) {
+        ASSERT_EQ(t.offset[i], 0u) << i;
+        ASSERT_EQ(t.columnWeight[i], 0) << i;
+        ASSERT_EQ(t.rowWeight[i], 0) << i;
+    }
     // Neither workspace nor stores: the same failure, and no leak (ASan).
     Remap_Reset();
     uint32_t ws, mb;
@@ -658,33 +667,48 @@ void lutEntry(const double* map, int mw, int mh, int sw, int sh, double u, doubl
 
 }  // namespace reference
 
+// Every row kernel this CPU runs, against the plain per-pixel rules; the
+// second matrix sends w through zero inside the frame (infinite and negative
+// map coordinates).
 TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
     std::mt19937 rng(17);
     const int mw = 37, mh = 21, ow = 45, oh = 27, sw = 33, sh = 19;
     const auto map = randomMap(rng, mw, mh, -1.0, 34.0);
-    const double h[9] = {1.03, 0.04, -2.5, -0.02, 0.97, 1.25, 0.0009, -0.0004, 1.01};
+    const double mild[9] = {1.03, 0.04, -2.5, -0.02, 0.97, 1.25, 0.0009, -0.0004, 1.01};
+    const double steep[9] = {1.0, 0.1, 0.5, 0.05, 1.0, -0.5, -0.05, 0.001, 1.0};
     const uint16_t rect[4] = {0, 0, ow - 1, oh - 1};
-    Tables t(ow * oh);
-    RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
-                   map.data(), rect);
-    for (int y = 0; y < oh; ++y) {
-        double su = h[0] * 0 + h[1] * y + h[2], sv = h[3] * 0 + h[4] * y + h[5], sz = h[6] * 0 + h[7] * y + h[8];
-        for (int x = 0; x < ow; ++x, su += h[0], sv += h[3], sz += h[6]) {
-            uint32_t o;
-            uint16_t cw, rw;
-            reference::lutEntry(map.data(), mw, mh, sw, sh, su / sz, sv / sz, &o, &cw, &rw);
-            const int i = y * ow + x;
-            ASSERT_EQ(t.offset[i], o) << x << "," << y;
-            ASSERT_EQ(t.columnWeight[i], cw) << x << "," << y;
-            ASSERT_EQ(t.rowWeight[i], rw) << x << "," << y;
+    const LutRowFn* kernels;
+    const int count = lutRowVariants(&kernels);
+    for (int k = 0; k < count; ++k) {
+        for (const double* h : {mild, steep}) {
+            setLutRowKernel(kernels[k]);
+            Tables t(ow * oh);
+            RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
+                           map.data(), rect);
+            setLutRowKernel(nullptr);
+            for (int y = 0; y < oh; ++y) {
+                double su = h[0] * 0 + h[1] * y + h[2], sv = h[3] * 0 + h[4] * y + h[5],
+                       sz = h[6] * 0 + h[7] * y + h[8];
+                for (int x = 0; x < ow; ++x, su += h[0], sv += h[3], sz += h[6]) {
+                    uint32_t o;
+                    uint16_t cw, rw;
+                    reference::lutEntry(map.data(), mw, mh, sw, sh, su / sz, sv / sz, &o, &cw, &rw);
+                    const int i = y * ow + x;
+                    ASSERT_EQ(t.offset[i], o) << "kernel " << k << " at " << x << "," << y;
+                    ASSERT_EQ(t.columnWeight[i], cw) << "kernel " << k << " at " << x << "," << y;
+                    ASSERT_EQ(t.rowWeight[i], rw) << "kernel " << k << " at " << x << "," << y;
+                }
+            }
         }
     }
 }
 
-// The map build against a linear-search version of the same composition
-// (docs/remap.md), including a table whose radii are not ascending.
+// The map build (every row kernel this CPU runs) against a linear-search
+// version of the same composition (docs/remap.md): ascending and unordered
+// tables, fitted or not, and a pitch that puts the corners beyond the table.
 TEST_F(RemapTest, MapMatchesPlainReference) {
-    RemapModel m = plainModel(48, 36);
+    const int gw = 48, gh = 36;
+    RemapModel m = plainModel(gw, gh);
     m.srcWidth = 40;
     m.srcHeight = 30;
     m.calibWidth = 400;
@@ -694,23 +718,36 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
     const double sortedR[] = {0, 0.8, 1.6, 2.4, 3.2};
     const double unsortedR[] = {0, 0.8, 2.0, 1.6, 3.2};
     const double d[] = {0, -1.5, -4.0, -8.5, -14.0};
-    for (const double* r : {sortedR, unsortedR}) {
-        for (int fit : {0, 1}) {
-            std::vector<double> map(2 * 48 * 36);
+    const MapRowFn* kernels;
+    const int count = mapRowVariants(&kernels);
+    struct Case {
+        const double* radii;
+        int fit;
+        double pitch;
+    };
+    const Case cases[] = {{sortedR, 0, 10}, {sortedR, 1, 10}, {unsortedR, 0, 10}, {unsortedR, 1, 10},
+                          {sortedR, 0, 120}, {unsortedR, 0, 120}};
+    for (int k = 0; k < count; ++k) {
+        for (const Case& c : cases) {
+            m.pixelPitch = c.pitch;
+            std::vector<double> map(2 * gw * gh);
             double sx = 0, sy = 0;
-            const uint32_t res = DistortionMap_Build(map.data(), m, r, d, 5, 0, &sx, &sy, fit);
-            ASSERT_TRUE(res == kMapOk || res == kMapBeyondTable);
-            const DistortionTable table = DistortionTable_Make(r, d, 5, 0);
+            setMapRowKernel(kernels[k]);
+            const uint32_t res = DistortionMap_Build(map.data(), m, c.radii, d, 5, 0, &sx, &sy, c.fit);
+            setMapRowKernel(nullptr);
+            const DistortionTable table = DistortionTable_Make(c.radii, d, 5, 0);
             const double s = sx;
-            const double kx = s * (40.0 / 48), ox = s * (m.cx + 0.5 - 0.5 * (40.0 / 48));
-            const double ax = s * (400.0 / 48), bx = s * ((m.cx + 0.5) * (400.0 / 40) - 0.5 * (400.0 / 48));
-            const double ky = s * (30.0 / 36), oy = s * (m.cy + 0.5 - 0.5 * (30.0 / 36));
-            const double ay = s * (300.0 / 36), by = s * ((m.cy + 0.5) * (300.0 / 30) - 0.5 * (300.0 / 36));
-            for (int y = 0; y < 36; ++y) {
+            const double kx = s * (40.0 / gw), ox = s * (m.cx + 0.5 - 0.5 * (40.0 / gw));
+            const double ax = s * (400.0 / gw), bx = s * ((m.cx + 0.5) * (400.0 / 40) - 0.5 * (400.0 / gw));
+            const double ky = s * (30.0 / gh), oy = s * (m.cy + 0.5 - 0.5 * (30.0 / gh));
+            const double ay = s * (300.0 / gh), by = s * ((m.cy + 0.5) * (300.0 / 30) - 0.5 * (300.0 / gh));
+            bool beyond = false;
+            for (int y = 0; y < gh; ++y) {
                 double f = 1.0;
-                for (int x = 0; x < 48; ++x) {
+                for (int x = 0; x < gw; ++x) {
                     const double qx = (x * ax - bx) * (x * ax - bx), ty = y * ay - by;
                     const double rad = std::sqrt(qx + ty * ty) * m.pixelPitch * 0.001;
+                    beyond |= !(rad < table.largestRadius);
                     if (rad < table.largestRadius) {
                         for (int i = 1; i < table.count; ++i)
                             if (rad < table.radius[i]) {
@@ -721,10 +758,47 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
                                 break;
                             }
                     }
-                    ASSERT_EQ(map[2 * (y * 48 + x)], m.cx + f * (x * kx - ox)) << x << "," << y << " fit " << fit;
-                    ASSERT_EQ(map[2 * (y * 48 + x) + 1], m.cy + f * (y * ky - oy)) << x << "," << y;
+                    ASSERT_EQ(map[2 * (y * gw + x)], m.cx + f * (x * kx - ox))
+                        << "kernel " << k << " at " << x << "," << y << " pitch " << c.pitch << " fit " << c.fit;
+                    ASSERT_EQ(map[2 * (y * gw + x) + 1], m.cy + f * (y * ky - oy)) << x << "," << y;
                 }
             }
+            EXPECT_EQ(res, beyond ? kMapBeyondTable : kMapOk) << "kernel " << k;
+            if (c.pitch > 100 && c.radii == sortedR) EXPECT_TRUE(beyond);
         }
+    }
+}
+
+// Without workspace or stores the tables live for one call; modes 1 and 2
+// with the shift flag move the warped columns right by the extra columns,
+// for every plane (all planes share the table).
+TEST_F(RemapTest, ShiftedWarpThroughCallLocalTables) {
+    const uint16_t w = 10, h = 6, extra = 3, stride = w + extra;
+    SectionSpec s;
+    s.gridWidth = w;
+    s.gridHeight = h;
+    const auto block = blockWith(s, s);
+    uint32_t ws, mb;
+    Remap_QuerySize(&ws, &mb, w, h, w, h, w, h, extra, 1, 1);
+    const RemapModel m = Remap_BuildModel(block.data(), 1, w, h);
+    std::mt19937 rng(4);
+    const auto src = randomPlanes(rng, 3 * size_t(w) * h);
+    for (uint32_t flag : {0u, 1u}) {
+        Remap_SetColumnShiftFlag(flag);
+        std::vector<uint8_t> dst(3 * size_t(stride) * h, 0xA5);
+        ASSERT_EQ(Remap_BuildAndApply(dst.data(), block.data(), m, src.data(), w, h, w, h, 1, -1, 1, extra, m.rect, 1,
+                                      1, 1),
+                  0u);
+        const int shift = flag ? extra : 0;
+        for (int k = 0; k < 3; ++k)
+            for (int y = 0; y < h - 1; ++y)
+                for (int col = 0; col < stride; ++col) {
+                    const int x = col - shift;
+                    const uint8_t got = dst[size_t(k) * stride * h + size_t(y) * stride + col];
+                    if (x < 0 || x >= w)
+                        ASSERT_EQ(got, 0xA5) << "flag " << flag << " col " << col;
+                    else if (x < w - 1)
+                        ASSERT_EQ(got, src[size_t(k) * w * h + size_t(y) * w + x]) << "flag " << flag << " col " << col;
+                }
     }
 }

@@ -1,0 +1,84 @@
+// Row kernels of the coordinate map and their run-time selection. The AVX2
+// kernel handles four pixels at once where they share one table interval,
+// with the scalar kernel's operations per lane, so both give the same map.
+#pragma once
+
+#include <cstdint>
+
+#include "remap/pair_math.h"
+#include "remap/remap.h"
+
+namespace kvdsr::remap {
+
+inline double interpolate(const DistortionTable& t, int i, double r) {
+    const double d = t.distortion[i - 1] +
+                     (r - t.radius[i - 1]) * (t.distortion[i] - t.distortion[i - 1]) / (t.radius[i] - t.radius[i - 1]);
+    return 1 + d * 0.01;
+}
+
+// In an ascending table the first i >= 1 with r < R_i is the one boundary
+// index, so it can be found by walking from the previous pixel's.
+inline bool searchFrom(const DistortionTable& t, double r, int* hint, double* factor) {
+    int i = *hint;
+    while (i > 1 && r < t.radius[i - 1]) --i;
+    while (i < t.count && !(r < t.radius[i])) ++i;
+    if (i == t.count) return false;
+    *hint = i;
+    *factor = interpolate(t, i, r);
+    return true;
+}
+
+// First entry i >= 1 with r < R_i, interpolated from i-1; false if none.
+inline bool searchFactor(const DistortionTable& t, double r, double* factor) {
+    for (int i = 1; i < t.count; ++i) {
+        if (r < t.radius[i]) {
+            *factor = interpolate(t, i, r);
+            return true;
+        }
+    }
+    return false;
+}
+
+// One map row: radii and displacement terms in, (X, Y) records out.
+struct MapRow {
+    const DistortionTable* table;
+    bool sorted;             // radii ascending: searches may start from a hint
+    const double* radius;    // per column
+    const double* u;         // per column displacement
+    double v, cx, cy;
+    int width;
+    double* out;             // 2 * width values
+};
+
+// Pixels from..width-1; f is the factor carried from the previous pixel.
+// Returns whether some pixel was beyond the table.
+inline bool mapPixels(const MapRow& m, int from, int* hint, double* f) {
+    const DistortionTable& t = *m.table;
+    const pair::Pair centre = pair::make(m.cx, m.cy);
+    bool beyond = false;
+    for (int x = from; x < m.width; ++x) {
+        const double r = m.radius[x];
+        if (r < t.largestRadius) {
+            if (m.sorted)
+                searchFrom(t, r, hint, f);
+            else
+                searchFactor(t, r, f);
+        } else {
+            beyond = true;
+        }
+        pair::store(m.out + 2 * x, pair::add(centre, pair::mul(pair::splat(*f), pair::make(m.u[x], m.v))));
+    }
+    return beyond;
+}
+
+using MapRowFn = bool (*)(const MapRow& row);
+bool MapRow_C(const MapRow& row);
+#if defined(__x86_64__)
+bool MapRow_AVX2(const MapRow& row);
+#endif
+
+int mapRowVariants(const MapRowFn** out);
+MapRowFn mapRowKernel();
+void setMapRowKernel(MapRowFn fn);  // nullptr: automatic
+
+}  // namespace kvdsr::remap
