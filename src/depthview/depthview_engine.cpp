@@ -3,6 +3,7 @@
 #include "depthview/depthview_engine.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 
@@ -40,6 +41,7 @@ struct DepthViewState {
 
     // Per-frame temporaries, kept between frames (grow-only).
     GrowBuffer depthTemp;      // converted map before the minimum filter
+    GrowBuffer depthAligned;   // 16-bit map given at an odd address
     GrowBuffer resizeScratch;  // horizontal pass of the resize
     GrowBuffer sourceImage;    // packed 4:4:4 input
     GrowBuffer synthImage;     // 4:4:4 (side-by-side: double width) output
@@ -73,8 +75,14 @@ bool prepareDepth(DepthViewState& s, const kvDSR_ImageDesc& depth, int dw, int d
         return true;
     }
     if (depth.format == kvDSR_FMT_DEPTH16) {
-        uint16_t* map = reinterpret_cast<uint16_t*>(depth.plane[0]);
+        // A plane at an odd address is repaired in an aligned copy, which is
+        // then written back, rather than read through a misaligned pointer.
+        const bool aligned = reinterpret_cast<uintptr_t>(depth.plane[0]) % alignof(uint16_t) == 0;
+        uint16_t* map = aligned ? reinterpret_cast<uint16_t*>(depth.plane[0])
+                                : bufferOf<uint16_t>(s.depthAligned, n);
+        if (!aligned) std::memcpy(map, depth.plane[0], n * 2);
         fillInvalidDepth16(map, dw, dh);
+        if (!aligned) std::memcpy(depth.plane[0], map, n * 2);
         disparity16ToDepth(temp, map, dw, dh, 8, 1023, 1023, focalPx, s.baseline);
         minFilterDepth(s.depthBuffer.get(), temp, dw, dh, 3);
         return true;
@@ -339,6 +347,7 @@ uint32_t close() {
     s.depthBuffer.reset();
     s.depthUpscaled.reset();
     s.depthTemp.release();
+    s.depthAligned.release();
     s.resizeScratch.release();
     s.sourceImage.release();
     s.synthImage.release();
