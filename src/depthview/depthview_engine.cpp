@@ -237,17 +237,20 @@ uint32_t run(uint8_t* out, const kvDSR_ImageDesc& image, uint32_t width, uint32_
     }
 
     uint32_t* scratch = bufferOf<uint32_t>(s.resizeScratch, resizeScratchSize(depthHeight, int(width)));
-    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
-
     const uint16_t* table = s.shiftTable.get();
-    const uint16_t* depthMap = s.depthUpscaled.get();
     if (image.format == kvDSR_FMT_YUV420SP) {
         if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
         if (directStrides(image, width)) {
+            // The upscaled depth rows are made inside the synthesis.
+            const DepthResizer rows(s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
             synthesizeView420({out, out + plane, false, image.plane[0], image.stride[0], image.plane[1],
-                               image.stride[1], depthMap, table, s.firstColumn, int(width), int(height)});
+                               image.stride[1], nullptr, &rows, table, s.firstColumn, int(width), int(height)});
             return kvDSR_OK;
         }
+    }
+    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
+    const uint16_t* depthMap = s.depthUpscaled.get();
+    if (image.format == kvDSR_FMT_YUV420SP) {
         uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
         uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 3 * plane);
         to444(src, image, width, height);
@@ -298,21 +301,23 @@ uint32_t runSideBySide(uint8_t* out, const kvDSR_ImageDesc& image, uint16_t widt
     }
 
     uint32_t* scratch = bufferOf<uint32_t>(s.resizeScratch, resizeScratchSize(depthHeight, width));
-    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
-
     const uint16_t* table = s.shiftTable.get();
+    if (image.format == kvDSR_FMT_YUV420SP) {
+        if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
+        if (directStrides(image, width)) {
+            const DepthResizer rows(s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
+            synthesizeView420({out, out + h * outWidth, true, image.plane[0], image.stride[0], image.plane[1],
+                               image.stride[1], nullptr, &rows, table, s.firstColumn, width, height});
+            return kvDSR_OK;
+        }
+    }
+    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
     const uint16_t* depthMap = s.depthUpscaled.get();
     // Input rows (3 * height of them, packed) into the right halves.
     auto copyRightHalves = [&](uint8_t* dst, const uint8_t* src) {
         for (size_t r = 0; r < 3 * h; ++r) std::memcpy(dst + r * outWidth + w, src + r * w, w);
     };
     if (image.format == kvDSR_FMT_YUV420SP) {
-        if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
-        if (directStrides(image, width)) {
-            synthesizeView420({out, out + h * outWidth, true, image.plane[0], image.stride[0], image.plane[1],
-                               image.stride[1], depthMap, table, s.firstColumn, width, height});
-            return kvDSR_OK;
-        }
         uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
         uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 6 * plane);
         to444(src, image, width, height);

@@ -144,7 +144,9 @@ void synthesizeView420(const View420& v) {
     const int chromaRows = h / 2;
     // Per thread: the source chroma row upsampled (2 x width) and the output
     // chroma rows of one 4:4:4 row (2 x outWidth).
-    const size_t perThread = 2 * size_t(w) + 2 * outWidth;
+    // ... and one row of depth levels when they are made on the fly.
+    const size_t depthRowBytes = v.depthRows ? 2 * size_t(w) : 0;
+    const size_t perThread = depthRowBytes + 2 * size_t(w) + 2 * outWidth;
     const int threads = omp_get_max_threads();
     auto scratch = allocArray<uint8_t>(perThread * size_t(threads));
     uint8_t* scratchBase = scratch.get();
@@ -155,7 +157,13 @@ void synthesizeView420(const View420& v) {
         uint8_t* outY = v.outY + size_t(y) * outWidth;
         std::memset(outY, 0, size_t(w));
         if (v.sideBySide) std::memcpy(outY + w, srcY, size_t(w));
+        uint8_t* buf = scratchBase + perThread * size_t(omp_get_thread_num());
         const uint16_t* depthRow = v.depthUpscaled + size_t(y) * w;
+        if (v.depthRows) {
+            uint16_t* made = reinterpret_cast<uint16_t*>(buf);  // allocation start: aligned
+            v.depthRows->row(y, made);
+            depthRow = made;
+        }
         if ((y & 1) || y / 2 >= chromaRows) {
             // The 4:2:0 output keeps no chroma of this row.
             uint8_t* const d[1] = {outY};
@@ -163,8 +171,7 @@ void synthesizeView420(const View420& v) {
             synthesizeRow<1>(d, s, depthRow, v.shiftTable, v.firstColumn, w);
             continue;
         }
-        uint8_t* buf = scratchBase + perThread * size_t(omp_get_thread_num());
-        uint8_t* srcCb = buf;
+        uint8_t* srcCb = buf + depthRowBytes;
         uint8_t* srcCr = srcCb + w;
         uint8_t* cb = srcCr + w;
         uint8_t* cr = cb + outWidth;

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "depthview/depth_steps.h"
+
 namespace kvdsr::depthview {
 
 constexpr int kDepthLevels = 1024;
@@ -54,7 +56,8 @@ struct View420 {
     uint32_t strideY;
     const uint8_t* srcUV;
     uint32_t strideUV;
-    const uint16_t* depthUpscaled;
+    const uint16_t* depthUpscaled;  // width x height levels, or
+    const DepthResizer* depthRows;  // when set: rows made on the fly instead
     const uint16_t* shiftTable;
     int32_t firstColumn;
     int width, height;
