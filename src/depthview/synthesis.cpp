@@ -40,14 +40,21 @@ void synthesizeRow(uint8_t* const d[], const uint8_t* const s[], const uint16_t*
                    const uint16_t* shiftTable, int32_t firstColumn, int width) {
     int prev = firstColumn < 0 ? 0 : firstColumn;
     if (prev >= width - 1) return;  // no target can lie right of prev
+    auto target = [&](int x) {
+        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
+        return int(shiftTable[size_t(level) * width + x]);
+    };
     // Source column of the last landing: when it is x - 1, dst(prev) already
     // holds src(x - 1) and need not be stored again.
     int lastSource = -1;
-    for (int x = 1; x < width; ++x) {
-        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
-        const int t = shiftTable[size_t(level) * width + x];
+    int x = 1;
+    while (x < width) {
+        const int t = target(x);
         // t > prev and t < width in one comparison (prev < width - 1 holds).
-        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) continue;
+        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) {
+            ++x;
+            continue;
+        }
         const int gap = t - prev;
         if (gap == 1) {
             if (lastSource != x - 1)
@@ -58,7 +65,16 @@ void synthesizeRow(uint8_t* const d[], const uint8_t* const s[], const uint16_t*
             for (int p = 0; p < Planes; ++p) fillGap(d[p], prev, gap, s[p][x - 1], s[p][x], inverseGap);
         }
         prev = t;
-        lastSource = x;
+        lastSource = x++;
+        // Steady run: each next column lands right after the last one, so
+        // only its own sample is new.
+        while (x < width) {
+            const int u = target(x);
+            if (u != prev + 1 || u >= width) break;
+            for (int p = 0; p < Planes; ++p) d[p][u] = s[p][x];
+            prev = u;
+            lastSource = x++;
+        }
     }
 }
 
@@ -121,6 +137,38 @@ void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t*
             d[p] = dst[p] + size_t(y) * dstStride;
         }
         synthesizeRow<3>(d, s, depthUpscaled + size_t(y) * width, shiftTable, firstColumn, width);
+    }
+}
+
+void synthesizeViewReference(uint8_t* const dst[3], std::size_t dstStride, const uint8_t* const src[3],
+                             std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
+                             int32_t firstColumn, int width, int height) {
+    for (int y = 0; y < height; ++y) {
+        int prev = firstColumn < 0 ? 0 : firstColumn;
+        for (int x = 1; x < width; ++x) {
+            const unsigned d = std::min<unsigned>(depthUpscaled[size_t(y) * width + x], kDepthLevels - 1);
+            const int t = shiftTable[size_t(d) * width + x];
+            if (!(t < width && t > prev)) continue;
+            const int gap = t - prev;
+            for (int p = 0; p < 3; ++p) {
+                uint8_t* row = dst[p] + size_t(y) * dstStride;
+                const uint8_t a = src[p][size_t(y) * srcStride + x - 1], b = src[p][size_t(y) * srcStride + x];
+                if (gap > 2) {
+                    row[prev] = a;
+                    for (int i = 1; i <= gap - 1; ++i)
+                        row[prev + i] = uint8_t(std::floor((i * b + (gap - i) * a) * (1.0 / gap)));
+                    row[t] = b;
+                } else if (gap == 2) {
+                    row[prev] = a;
+                    row[prev + 1] = uint8_t((a + b) >> 1);
+                    row[prev + 2] = b;
+                } else {
+                    row[prev] = a;
+                    row[prev + 1] = b;
+                }
+            }
+            prev = t;
+        }
     }
 }
 

@@ -286,3 +286,40 @@ INSTANTIATE_TEST_SUITE_P(Paths, FusedResize,
                                            std::make_tuple(256, 144, 64, 36)));
 
 }  // namespace
+
+namespace {
+
+// The row loop against the plain reference: random targets (in and out of
+// the image, repeated, backwards), random levels (some above 1023), several
+// first columns, strides wider than the rows.
+TEST(SynthesizeReference, RandomTablesGiveTheSameBytes) {
+    for (int round = 0; round < 12; ++round) {
+        std::mt19937 rng(round);
+        const int w = 8 + int(rng() % 90), h = 1 + int(rng() % 6);
+        const size_t stride = size_t(w) + rng() % 5;
+        std::vector<uint16_t> table(size_t(kDepthLevels) * w), depth(size_t(w) * h);
+        for (int d = 0; d < kDepthLevels; ++d) {
+            const int shift = int(rng() % 9) - 2;
+            for (int x = 0; x < w; ++x) {
+                const uint32_t r = rng() % 16;
+                int t = x + shift;
+                if (r == 0) t = int(rng() % (w + 5));
+                if (r == 1) t = 0xFFFF;
+                table[size_t(d) * w + x] = uint16_t(std::clamp(t, 0, 0xFFFF));
+            }
+        }
+        for (auto& v : depth) v = uint16_t(rng() % 8 == 0 ? rng() % 2000 : rng() % 6);
+        std::vector<uint8_t> src(3 * stride * h);
+        for (auto& b : src) b = uint8_t(rng());
+        const int32_t first = round % 3 == 0 ? -5 : int32_t(rng() % 6);
+        std::vector<uint8_t> a(3 * stride * h, 0x42), b(a);
+        const uint8_t* const s[3] = {src.data(), src.data() + stride * h, src.data() + 2 * stride * h};
+        uint8_t* const da[3] = {a.data(), a.data() + stride * h, a.data() + 2 * stride * h};
+        uint8_t* const db[3] = {b.data(), b.data() + stride * h, b.data() + 2 * stride * h};
+        synthesizeView(da, stride, s, stride, depth.data(), table.data(), first, w, h);
+        synthesizeViewReference(db, stride, s, stride, depth.data(), table.data(), first, w, h);
+        ASSERT_EQ(a, b) << "round " << round;
+    }
+}
+
+}  // namespace
