@@ -13,10 +13,10 @@ namespace kvdsr::depthview {
 
 namespace {
 
-// Defined for every double: NaN and negatives give 0, larger values wrap the
-// way a saturating 32-bit conversion followed by 16-bit truncation does.
-// Wrapped and clamped targets end up >= width or <= firstColumn either way
-// except for the wrap, which is kept.
+// The table's double-to-16-bit conversion, defined for every value: NaN and
+// negatives give 0 (never written: not right of firstColumn), and values past
+// 65535 (near levels at large view shifts) wrap as a saturating 32-bit
+// conversion followed by 16-bit truncation does on the device.
 uint16_t toColumn(double v) {
     if (!(v >= 0.0)) return 0;
     if (v >= 4294967295.0) return 0xFFFF;
