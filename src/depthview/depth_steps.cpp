@@ -224,14 +224,22 @@ void minFilterDepth(uint16_t* dst, const uint16_t* src, int w, int h, int radius
         }
         uint16_t* d = dst + size_t(y) * w;
         const uint16_t* s = src + size_t(y) * w;
-        for (int x = 0; x < w; ++x) {
-            if (x < r || x > w - r - 1) {
-                d[x] = s[x];
-                continue;
-            }
-            uint16_t m = colMin[x - r];
-            for (int k = x - r + 1; k <= x + r; ++k) m = std::min(m, colMin[k]);
-            d[x] = m;
+        // Border columns are copied; inside, one pass per window offset so
+        // that each pass is a plain element-wise minimum.
+        const int inner = w - 2 * r;
+        if (inner <= 0) {
+            std::memcpy(d, s, size_t(w) * 2);
+            return;
+        }
+        for (int x = 0; x < r; ++x) {
+            d[x] = s[x];
+            d[w - 1 - x] = s[w - 1 - x];
+        }
+        uint16_t* di = d + r;
+        std::memcpy(di, colMin, size_t(inner) * 2);
+        for (int k = 1; k <= 2 * r; ++k) {
+            const uint16_t* c = colMin + k;
+            for (int x = 0; x < inner; ++x) di[x] = std::min(di[x], c[x]);
         }
     };
     const bool team = worthATeam(size_t(w) * h);
