@@ -143,7 +143,7 @@ void BM_Step_Synth420(benchmark::State& state) {
     Frame& f = frame();
     for (auto _ : state) {
         synthesizeView420({f.out.data(), f.out.data() + W * H, false, f.image420.data(), 0, f.image420.data() + W * H, 0,
-                           depth.data(), table.data(), 48, W, H});
+                           depth.data(), nullptr, table.data(), 48, W, H});
         benchmark::DoNotOptimize(f.out.data());
     }
 }

@@ -81,13 +81,6 @@ uint16_t depthEntry(uint32_t v, uint32_t invalid, float inverseScale, float foca
 
 // ---- Resampling ---------------------------------------------------------
 
-// Source taps of one output position along one axis.
-struct Axis {
-    std::unique_ptr<int32_t[]> first;    // first source index
-    std::unique_ptr<uint32_t[]> offset;  // taps of position i: [offset[i], offset[i+1])
-    std::unique_ptr<uint16_t[]> weight;  // in 1/256, summing to 256
-};
-
 int64_t floorDiv(int64_t a, int64_t b) {
     int64_t q = a / b;
     if ((a % b != 0) && ((a < 0) != (b < 0))) --q;
@@ -97,8 +90,8 @@ int64_t floorDiv(int64_t a, int64_t b) {
 // Bilinear when enlarging (or equal): the source position in 1/256 pixel
 // advances by an integer step plus an exactly carried remainder, so the
 // position of the last output equals the directly computed one.
-Axis bilinearAxis(int src, int dst) {
-    Axis a;
+ResizeAxis bilinearAxis(int src, int dst) {
+    ResizeAxis a;
     a.first = allocArray<int32_t>(size_t(dst));
     a.offset = allocArray<uint32_t>(size_t(dst) + 1);
     a.weight = allocArray<uint16_t>(2 * size_t(dst));
@@ -132,8 +125,8 @@ Axis bilinearAxis(int src, int dst) {
 // Area averaging when shrinking: a source pixel fully inside an output pixel
 // weighs about (dst << 8) / src; weights come from the cumulative coverage so
 // that each output's weights add up to exactly 256.
-Axis areaAxis(int src, int dst) {
-    Axis a;
+ResizeAxis areaAxis(int src, int dst) {
+    ResizeAxis a;
     const size_t maxTaps = size_t(src) + size_t(dst);
     a.first = allocArray<int32_t>(size_t(dst));
     a.offset = allocArray<uint32_t>(size_t(dst) + 1);
@@ -158,7 +151,7 @@ Axis areaAxis(int src, int dst) {
     return a;
 }
 
-Axis makeAxis(int src, int dst) { return dst < src ? areaAxis(src, dst) : bilinearAxis(src, dst); }
+ResizeAxis makeAxis(int src, int dst) { return dst < src ? areaAxis(src, dst) : bilinearAxis(src, dst); }
 
 // Factor 2: (3 * near + far + 2) / 4, the far sample clamped at the borders.
 inline uint32_t half2(uint32_t nearV, uint32_t farV) { return (3 * nearV + farV + 2) >> 2; }
@@ -181,29 +174,6 @@ inline uint32_t factor3At(int o, int srcN, uint32_t w23, Get get) {
         case 1: return get(i);
         case 2: return (171 * get(i) + 85 * get(std::min(i + 1, srcN - 1))) >> 8;
         default: return ((256 - w23) * get(std::max(i - 1, 0)) + w23 * get(i)) >> 8;
-    }
-}
-
-void resizeFast(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH, int factor,
-                uint32_t* scratch) {
-    // Horizontal pass: source rows to dstW samples, whole levels.
-#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(srcH) * dstW))
-    for (int y = 0; y < srcH; ++y) {
-        const uint16_t* s = src + size_t(y) * srcW;
-        uint32_t* h = scratch + size_t(y) * dstW;
-        auto get = [s](int i) { return uint32_t(s[i]); };
-        if (factor == 2)
-            for (int x = 0; x < dstW; ++x) h[x] = factor2At(x, srcW, get);
-        else
-            for (int x = 0; x < dstW; ++x) h[x] = factor3At(x, srcW, 171, get);
-    }
-#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(dstH) * dstW))
-    for (int y = 0; y < dstH; ++y) {
-        uint16_t* d = dst + size_t(y) * dstW;
-        for (int x = 0; x < dstW; ++x) {
-            auto get = [scratch, x, dstW](int i) { return scratch[size_t(i) * dstW + x]; };
-            d[x] = uint16_t(factor == 2 ? factor2At(y, srcH, get) : factor3At(y, srcH, 170, get));
-        }
     }
 }
 
@@ -254,14 +224,22 @@ void minFilterDepth(uint16_t* dst, const uint16_t* src, int w, int h, int radius
         }
         uint16_t* d = dst + size_t(y) * w;
         const uint16_t* s = src + size_t(y) * w;
-        for (int x = 0; x < w; ++x) {
-            if (x < r || x > w - r - 1) {
-                d[x] = s[x];
-                continue;
-            }
-            uint16_t m = colMin[x - r];
-            for (int k = x - r + 1; k <= x + r; ++k) m = std::min(m, colMin[k]);
-            d[x] = m;
+        // Border columns are copied; inside, one pass per window offset so
+        // that each pass is a plain element-wise minimum.
+        const int inner = w - 2 * r;
+        if (inner <= 0) {
+            std::memcpy(d, s, size_t(w) * 2);
+            return;
+        }
+        for (int x = 0; x < r; ++x) {
+            d[x] = s[x];
+            d[w - 1 - x] = s[w - 1 - x];
+        }
+        uint16_t* di = d + r;
+        std::memcpy(di, colMin, size_t(inner) * 2);
+        for (int k = 1; k <= 2 * r; ++k) {
+            const uint16_t* c = colMin + k;
+            for (int x = 0; x < inner; ++x) di[x] = std::min(di[x], c[x]);
         }
     };
     const bool team = worthATeam(size_t(w) * h);
@@ -278,17 +256,44 @@ std::size_t resizeScratchSize(int srcH, int dstW) {
     return size_t(std::max(srcH, 0)) * size_t(std::max(dstW, 0));
 }
 
-void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH,
-                        uint32_t* scratch) {
+DepthResizer::DepthResizer(const uint16_t* src, int srcW, int srcH, int dstW, int dstH, uint32_t* scratch,
+                           bool generalOnly)
+    : scratch_(scratch), srcH_(srcH), dstW_(dstW), dstH_(dstH) {
     if (dstW <= 0 || dstH <= 0) return;
     if (srcW <= 0 || srcH <= 0) {
-        std::memset(dst, 0, size_t(dstW) * dstH * 2);
+        path_ = Path::Zero;
         return;
     }
-    const Axis ax = makeAxis(srcW, dstW), ay = makeAxis(srcH, dstH);
+    if (!generalOnly && dstW == 2 * srcW && dstH == 2 * srcH)
+        path_ = Path::Factor2;
+    else if (!generalOnly && dstW == 3 * srcW && dstH == 3 * srcH)
+        path_ = Path::Factor3;
+    else
+        path_ = Path::General;
+
+    const bool team = worthATeam(size_t(srcH) * dstW);
+    if (path_ != Path::General) {
+        // Horizontal pass of the fast paths: whole levels per axis.
+        const int factor = path_ == Path::Factor2 ? 2 : 3;
+#pragma omp parallel for schedule(dynamic, 1) if (team)
+        for (int y = 0; y < srcH; ++y) {
+            const uint16_t* s = src + size_t(y) * srcW;
+            uint32_t* h = scratch + size_t(y) * dstW;
+            auto get = [s](int i) { return uint32_t(s[i]); };
+            if (factor == 2)
+                for (int x = 0; x < dstW; ++x) h[x] = factor2At(x, srcW, get);
+            else
+                for (int x = 0; x < dstW; ++x) h[x] = factor3At(x, srcW, 171, get);
+        }
+        return;
+    }
+
+    const ResizeAxis ax = makeAxis(srcW, dstW);
+    ay_ = makeAxis(srcH, dstH);
+    twoTapY_ = dstH >= srcH;
     // Enlarging axes have at most two taps; they run through fixed two-tap
     // loops (a single tap is the same sum with a zero second weight).
-    const bool twoTapX = dstW >= srcW, twoTapY = dstH >= srcH;
+    const bool twoTapX = dstW >= srcW;
     std::unique_ptr<int32_t[]> second;
     std::unique_ptr<uint16_t[]> w0, w1;
     if (twoTapX) {
@@ -302,8 +307,8 @@ void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, 
             w1[x] = two ? ax.weight[ax.offset[x] + 1] : 0;
         }
     }
-    // Horizontal pass keeps 1/256 fractions; the vertical pass drops both.
-#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(srcH) * dstW))
+    // The horizontal pass keeps 1/256 fractions; the rows drop both.
+#pragma omp parallel for schedule(dynamic, 1) if (team)
     for (int y = 0; y < srcH; ++y) {
         const uint16_t* s = src + size_t(y) * srcW;
         uint32_t* h = scratch + size_t(y) * dstW;
@@ -318,33 +323,72 @@ void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, 
             h[x] = acc;
         }
     }
-#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(dstH) * dstW))
-    for (int y = 0; y < dstH; ++y) {
-        uint16_t* d = dst + size_t(y) * dstW;
-        const uint32_t t0 = ay.offset[y], t1 = ay.offset[y + 1];
-        const uint32_t* rows = scratch + size_t(ay.first[y]) * dstW;
-        if (twoTapY) {
-            const bool two = t1 - t0 == 2;
-            const uint32_t* r1 = two ? rows + dstW : rows;
-            const uint32_t a = ay.weight[t0], b = two ? ay.weight[t0 + 1] : 0;
-            for (int x = 0; x < dstW; ++x) d[x] = uint16_t((a * rows[x] + b * r1[x]) >> 16);
-            continue;
+}
+
+void DepthResizer::row(int y, uint16_t* d) const {
+    const int dstW = dstW_;
+    const uint32_t* scratch = scratch_;
+    switch (path_) {
+        case Path::None: return;
+        case Path::Zero: std::memset(d, 0, size_t(dstW) * 2); return;
+        case Path::Factor2: {
+            const int nearRow = y >> 1;
+            const int farRow = (y & 1) ? std::min(nearRow + 1, srcH_ - 1) : std::max(nearRow - 1, 0);
+            const uint32_t* n = scratch + size_t(nearRow) * dstW;
+            const uint32_t* f = scratch + size_t(farRow) * dstW;
+            for (int x = 0; x < dstW; ++x) d[x] = uint16_t(half2(n[x], f[x]));
+            return;
         }
-        for (int x = 0; x < dstW; ++x) {
-            uint32_t acc = 0;
-            for (uint32_t t = t0, k = 0; t < t1; ++t, ++k) acc += ay.weight[t] * rows[size_t(k) * dstW + x];
-            d[x] = uint16_t(acc >> 16);
+        case Path::Factor3: {
+            // Vertical weights are the general resampler's (86/170 at two thirds).
+            const int i = y / 3;
+            const uint32_t* r = scratch + size_t(i) * dstW;
+            switch (y - 3 * i) {
+                case 1:
+                    for (int x = 0; x < dstW; ++x) d[x] = uint16_t(r[x]);
+                    return;
+                case 2: {
+                    const uint32_t* b = scratch + size_t(std::min(i + 1, srcH_ - 1)) * dstW;
+                    for (int x = 0; x < dstW; ++x) d[x] = uint16_t((171 * r[x] + 85 * b[x]) >> 8);
+                    return;
+                }
+                default: {
+                    const uint32_t* a = scratch + size_t(std::max(i - 1, 0)) * dstW;
+                    for (int x = 0; x < dstW; ++x) d[x] = uint16_t((86 * a[x] + 170 * r[x]) >> 8);
+                    return;
+                }
+            }
         }
+        case Path::General: break;
+    }
+    const uint32_t t0 = ay_.offset[y], t1 = ay_.offset[y + 1];
+    const uint32_t* rows = scratch + size_t(ay_.first[y]) * dstW;
+    if (twoTapY_) {
+        const bool two = t1 - t0 == 2;
+        const uint32_t* r1 = two ? rows + dstW : rows;
+        const uint32_t a = ay_.weight[t0], b = two ? ay_.weight[t0 + 1] : 0;
+        for (int x = 0; x < dstW; ++x) d[x] = uint16_t((a * rows[x] + b * r1[x]) >> 16);
+        return;
+    }
+    for (int x = 0; x < dstW; ++x) {
+        uint32_t acc = 0;
+        for (uint32_t t = t0, k = 0; t < t1; ++t, ++k) acc += ay_.weight[t] * rows[size_t(k) * dstW + x];
+        d[x] = uint16_t(acc >> 16);
     }
 }
 
+void DepthResizer::all(uint16_t* dst) const {
+#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(dstH_) * dstW_))
+    for (int y = 0; y < dstH_; ++y) row(y, dst + size_t(y) * dstW_);
+}
+
+void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH,
+                        uint32_t* scratch) {
+    DepthResizer(src, srcW, srcH, dstW, dstH, scratch, true).all(dst);
+}
+
 void resizeDepth(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH, uint32_t* scratch) {
-    if (srcW > 0 && srcH > 0 && dstW == 2 * srcW && dstH == 2 * srcH)
-        resizeFast(dst, src, srcW, srcH, dstW, dstH, 2, scratch);
-    else if (srcW > 0 && srcH > 0 && dstW == 3 * srcW && dstH == 3 * srcH)
-        resizeFast(dst, src, srcW, srcH, dstW, dstH, 3, scratch);
-    else
-        resizeDepthGeneral(dst, src, srcW, srcH, dstW, dstH, scratch);
+    DepthResizer(src, srcW, srcH, dstW, dstH, scratch).all(dst);
 }
 
 void resizeDepth(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH) {

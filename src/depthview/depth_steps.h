@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 namespace kvdsr::depthview {
 
@@ -32,5 +33,32 @@ std::size_t resizeScratchSize(int srcH, int dstW);
 // The general resampler alone: the reference the fast paths are held to.
 void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH,
                         uint32_t* scratch);
+
+// Source taps of one output position along one resampling axis.
+struct ResizeAxis {
+    std::unique_ptr<int32_t[]> first;    // first source index
+    std::unique_ptr<uint32_t[]> offset;  // taps of position i: [offset[i], offset[i+1])
+    std::unique_ptr<uint16_t[]> weight;  // in 1/256, summing to 256
+};
+
+// resizeDepth in two parts: the constructor runs the horizontal pass over the
+// source rows (on the team) into scratch; row(y) then gives output row y, so
+// a consumer can take the rows one at a time instead of the whole map.
+// Rows are independent and may be asked for from several threads.
+class DepthResizer {
+public:
+    DepthResizer(const uint16_t* src, int srcW, int srcH, int dstW, int dstH, uint32_t* scratch,
+                 bool generalOnly = false);
+    void row(int y, uint16_t* out) const;
+    void all(uint16_t* dst) const;
+
+private:
+    enum class Path { None, Zero, Factor2, Factor3, General };
+    Path path_ = Path::None;
+    const uint32_t* scratch_;
+    int srcH_, dstW_, dstH_;
+    ResizeAxis ay_;
+    bool twoTapY_ = false;
+};
 
 }  // namespace kvdsr::depthview

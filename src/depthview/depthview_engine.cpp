@@ -3,6 +3,7 @@
 #include "depthview/depthview_engine.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 
@@ -40,6 +41,7 @@ struct DepthViewState {
 
     // Per-frame temporaries, kept between frames (grow-only).
     GrowBuffer depthTemp;      // converted map before the minimum filter
+    GrowBuffer depthAligned;   // 16-bit map given at an odd address
     GrowBuffer resizeScratch;  // horizontal pass of the resize
     GrowBuffer sourceImage;    // packed 4:4:4 input
     GrowBuffer synthImage;     // 4:4:4 (side-by-side: double width) output
@@ -73,8 +75,14 @@ bool prepareDepth(DepthViewState& s, const kvDSR_ImageDesc& depth, int dw, int d
         return true;
     }
     if (depth.format == kvDSR_FMT_DEPTH16) {
-        uint16_t* map = reinterpret_cast<uint16_t*>(depth.plane[0]);
+        // A plane at an odd address is repaired in an aligned copy, which is
+        // then written back, rather than read through a misaligned pointer.
+        const bool aligned = reinterpret_cast<uintptr_t>(depth.plane[0]) % alignof(uint16_t) == 0;
+        uint16_t* map = aligned ? reinterpret_cast<uint16_t*>(depth.plane[0])
+                                : bufferOf<uint16_t>(s.depthAligned, n);
+        if (!aligned) std::memcpy(map, depth.plane[0], n * 2);
         fillInvalidDepth16(map, dw, dh);
+        if (!aligned) std::memcpy(depth.plane[0], map, n * 2);
         disparity16ToDepth(temp, map, dw, dh, 8, 1023, 1023, focalPx, s.baseline);
         minFilterDepth(s.depthBuffer.get(), temp, dw, dh, 3);
         return true;
@@ -229,17 +237,20 @@ uint32_t run(uint8_t* out, const kvDSR_ImageDesc& image, uint32_t width, uint32_
     }
 
     uint32_t* scratch = bufferOf<uint32_t>(s.resizeScratch, resizeScratchSize(depthHeight, int(width)));
-    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
-
     const uint16_t* table = s.shiftTable.get();
-    const uint16_t* depthMap = s.depthUpscaled.get();
     if (image.format == kvDSR_FMT_YUV420SP) {
         if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
         if (directStrides(image, width)) {
+            // The upscaled depth rows are made inside the synthesis.
+            const DepthResizer rows(s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
             synthesizeView420({out, out + plane, false, image.plane[0], image.stride[0], image.plane[1],
-                               image.stride[1], depthMap, table, s.firstColumn, int(width), int(height)});
+                               image.stride[1], nullptr, &rows, table, s.firstColumn, int(width), int(height)});
             return kvDSR_OK;
         }
+    }
+    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
+    const uint16_t* depthMap = s.depthUpscaled.get();
+    if (image.format == kvDSR_FMT_YUV420SP) {
         uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
         uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 3 * plane);
         to444(src, image, width, height);
@@ -290,21 +301,23 @@ uint32_t runSideBySide(uint8_t* out, const kvDSR_ImageDesc& image, uint16_t widt
     }
 
     uint32_t* scratch = bufferOf<uint32_t>(s.resizeScratch, resizeScratchSize(depthHeight, width));
-    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
-
     const uint16_t* table = s.shiftTable.get();
+    if (image.format == kvDSR_FMT_YUV420SP) {
+        if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
+        if (directStrides(image, width)) {
+            const DepthResizer rows(s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
+            synthesizeView420({out, out + h * outWidth, true, image.plane[0], image.stride[0], image.plane[1],
+                               image.stride[1], nullptr, &rows, table, s.firstColumn, width, height});
+            return kvDSR_OK;
+        }
+    }
+    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
     const uint16_t* depthMap = s.depthUpscaled.get();
     // Input rows (3 * height of them, packed) into the right halves.
     auto copyRightHalves = [&](uint8_t* dst, const uint8_t* src) {
         for (size_t r = 0; r < 3 * h; ++r) std::memcpy(dst + r * outWidth + w, src + r * w, w);
     };
     if (image.format == kvDSR_FMT_YUV420SP) {
-        if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
-        if (directStrides(image, width)) {
-            synthesizeView420({out, out + h * outWidth, true, image.plane[0], image.stride[0], image.plane[1],
-                               image.stride[1], depthMap, table, s.firstColumn, width, height});
-            return kvDSR_OK;
-        }
         uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
         uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 6 * plane);
         to444(src, image, width, height);
@@ -339,6 +352,7 @@ uint32_t close() {
     s.depthBuffer.reset();
     s.depthUpscaled.reset();
     s.depthTemp.release();
+    s.depthAligned.release();
     s.resizeScratch.release();
     s.sourceImage.release();
     s.synthImage.release();

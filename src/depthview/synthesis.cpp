@@ -13,10 +13,10 @@ namespace kvdsr::depthview {
 
 namespace {
 
-// Defined for every double: NaN and negatives give 0, larger values wrap the
-// way a saturating 32-bit conversion followed by 16-bit truncation does.
-// Wrapped and clamped targets end up >= width or <= firstColumn either way
-// except for the wrap, which is kept.
+// The table's double-to-16-bit conversion, defined for every value: NaN and
+// negatives give 0 (never written: not right of firstColumn), and values past
+// 65535 (near levels at large view shifts) wrap as a saturating 32-bit
+// conversion followed by 16-bit truncation does on the device.
 uint16_t toColumn(double v) {
     if (!(v >= 0.0)) return 0;
     if (v >= 4294967295.0) return 0xFFFF;
@@ -40,14 +40,21 @@ void synthesizeRow(uint8_t* const d[], const uint8_t* const s[], const uint16_t*
                    const uint16_t* shiftTable, int32_t firstColumn, int width) {
     int prev = firstColumn < 0 ? 0 : firstColumn;
     if (prev >= width - 1) return;  // no target can lie right of prev
+    auto target = [&](int x) {
+        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
+        return int(shiftTable[size_t(level) * width + x]);
+    };
     // Source column of the last landing: when it is x - 1, dst(prev) already
     // holds src(x - 1) and need not be stored again.
     int lastSource = -1;
-    for (int x = 1; x < width; ++x) {
-        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
-        const int t = shiftTable[size_t(level) * width + x];
+    int x = 1;
+    while (x < width) {
+        const int t = target(x);
         // t > prev and t < width in one comparison (prev < width - 1 holds).
-        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) continue;
+        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) {
+            ++x;
+            continue;
+        }
         const int gap = t - prev;
         if (gap == 1) {
             if (lastSource != x - 1)
@@ -58,7 +65,79 @@ void synthesizeRow(uint8_t* const d[], const uint8_t* const s[], const uint16_t*
             for (int p = 0; p < Planes; ++p) fillGap(d[p], prev, gap, s[p][x - 1], s[p][x], inverseGap);
         }
         prev = t;
-        lastSource = x;
+        lastSource = x++;
+        // Steady run: each next column lands right after the last one, so
+        // only its own sample is new.
+        while (x < width) {
+            const int u = target(x);
+            if (u != prev + 1 || u >= width) break;
+            for (int p = 0; p < Planes; ++p) d[p][u] = s[p][x];
+            prev = u;
+            lastSource = x++;
+        }
+    }
+}
+
+// synthesizeRow for luma plus the chroma of a 4:2:0 output row: the same
+// writes in the same order, but chroma only at even columns, straight into
+// interleaved pairs (uv[c] = Cb(c), uv[c + 1] = Cr(c)); uv needs one byte
+// past the row for an odd width.
+void synthesizeRowEvenChroma(uint8_t* dY, uint8_t* uv, const uint8_t* sY, const uint8_t* sCb, const uint8_t* sCr,
+                             const uint16_t* depthRow, const uint16_t* shiftTable, int32_t firstColumn, int width) {
+    int prev = firstColumn < 0 ? 0 : firstColumn;
+    if (prev >= width - 1) return;
+    auto target = [&](int x) {
+        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
+        return int(shiftTable[size_t(level) * width + x]);
+    };
+    auto put = [&](int col, int x) {
+        dY[col] = sY[x];
+        if (!(col & 1)) {
+            uv[col] = sCb[x];
+            uv[col + 1] = sCr[x];
+        }
+    };
+    auto lerp = [](int i, int gap, uint8_t a, uint8_t b, double inverseGap) {
+        return uint8_t(std::floor((i * b + (gap - i) * a) * inverseGap));
+    };
+    int lastSource = -1;
+    int x = 1;
+    while (x < width) {
+        const int t = target(x);
+        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) {
+            ++x;
+            continue;
+        }
+        const int gap = t - prev;
+        if (gap != 1 || lastSource != x - 1) put(prev, x - 1);
+        if (gap == 2) {
+            const int c = prev + 1;
+            dY[c] = uint8_t((sY[x - 1] + sY[x]) >> 1);
+            if (!(c & 1)) {
+                uv[c] = uint8_t((sCb[x - 1] + sCb[x]) >> 1);
+                uv[c + 1] = uint8_t((sCr[x - 1] + sCr[x]) >> 1);
+            }
+        } else if (gap > 2) {
+            const double inverseGap = 1.0 / gap;
+            for (int i = 1; i < gap; ++i) {
+                const int c = prev + i;
+                dY[c] = lerp(i, gap, sY[x - 1], sY[x], inverseGap);
+                if (!(c & 1)) {
+                    uv[c] = lerp(i, gap, sCb[x - 1], sCb[x], inverseGap);
+                    uv[c + 1] = lerp(i, gap, sCr[x - 1], sCr[x], inverseGap);
+                }
+            }
+        }
+        put(t, x);
+        prev = t;
+        lastSource = x++;
+        while (x < width) {
+            const int u = target(x);
+            if (u != prev + 1 || u >= width) break;
+            put(u, x);
+            prev = u;
+            lastSource = x++;
+        }
     }
 }
 
@@ -124,6 +203,38 @@ void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t*
     }
 }
 
+void synthesizeViewReference(uint8_t* const dst[3], std::size_t dstStride, const uint8_t* const src[3],
+                             std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
+                             int32_t firstColumn, int width, int height) {
+    for (int y = 0; y < height; ++y) {
+        int prev = firstColumn < 0 ? 0 : firstColumn;
+        for (int x = 1; x < width; ++x) {
+            const unsigned d = std::min<unsigned>(depthUpscaled[size_t(y) * width + x], kDepthLevels - 1);
+            const int t = shiftTable[size_t(d) * width + x];
+            if (!(t < width && t > prev)) continue;
+            const int gap = t - prev;
+            for (int p = 0; p < 3; ++p) {
+                uint8_t* row = dst[p] + size_t(y) * dstStride;
+                const uint8_t a = src[p][size_t(y) * srcStride + x - 1], b = src[p][size_t(y) * srcStride + x];
+                if (gap > 2) {
+                    row[prev] = a;
+                    for (int i = 1; i <= gap - 1; ++i)
+                        row[prev + i] = uint8_t(std::floor((i * b + (gap - i) * a) * (1.0 / gap)));
+                    row[t] = b;
+                } else if (gap == 2) {
+                    row[prev] = a;
+                    row[prev + 1] = uint8_t((a + b) >> 1);
+                    row[prev + 2] = b;
+                } else {
+                    row[prev] = a;
+                    row[prev + 1] = b;
+                }
+            }
+            prev = t;
+        }
+    }
+}
+
 void synthesizeViewSideBySide(uint8_t* dst, const uint8_t* src, const uint16_t* depthUpscaled,
                               const uint16_t* shiftTable, int32_t firstColumn, int width, int height) {
     const size_t plane = size_t(width) * height;
@@ -142,9 +253,12 @@ void synthesizeView420(const View420& v) {
     const size_t strideY = v.strideY ? v.strideY : size_t(w);
     const size_t strideUV = v.strideUV ? v.strideUV : size_t(w);
     const int chromaRows = h / 2;
-    // Per thread: the source chroma row upsampled (2 x width) and the output
-    // chroma rows of one 4:4:4 row (2 x outWidth).
-    const size_t perThread = 2 * size_t(w) + 2 * outWidth;
+    // Per thread: a row of depth levels when they are made on the fly, the
+    // source chroma row upsampled (2 x width) and one interleaved output
+    // chroma row (outWidth, plus a byte for an odd width), rounded up to keep
+    // the next thread's depth row aligned.
+    const size_t depthRowBytes = v.depthRows ? 2 * size_t(w) : 0;
+    const size_t perThread = (depthRowBytes + 2 * size_t(w) + outWidth + 2) & ~size_t(1);
     const int threads = omp_get_max_threads();
     auto scratch = allocArray<uint8_t>(perThread * size_t(threads));
     uint8_t* scratchBase = scratch.get();
@@ -155,7 +269,13 @@ void synthesizeView420(const View420& v) {
         uint8_t* outY = v.outY + size_t(y) * outWidth;
         std::memset(outY, 0, size_t(w));
         if (v.sideBySide) std::memcpy(outY + w, srcY, size_t(w));
+        uint8_t* buf = scratchBase + perThread * size_t(omp_get_thread_num());
         const uint16_t* depthRow = v.depthUpscaled + size_t(y) * w;
+        if (v.depthRows) {
+            uint16_t* made = reinterpret_cast<uint16_t*>(buf);  // allocation start: aligned
+            v.depthRows->row(y, made);
+            depthRow = made;
+        }
         if ((y & 1) || y / 2 >= chromaRows) {
             // The 4:2:0 output keeps no chroma of this row.
             uint8_t* const d[1] = {outY};
@@ -163,11 +283,9 @@ void synthesizeView420(const View420& v) {
             synthesizeRow<1>(d, s, depthRow, v.shiftTable, v.firstColumn, w);
             continue;
         }
-        uint8_t* buf = scratchBase + perThread * size_t(omp_get_thread_num());
-        uint8_t* srcCb = buf;
+        uint8_t* srcCb = buf + depthRowBytes;
         uint8_t* srcCr = srcCb + w;
-        uint8_t* cb = srcCr + w;
-        uint8_t* cr = cb + outWidth;
+        uint8_t* uvRow = srcCr + w;
         // Upsampled source chroma, as the 4:4:4 conversion gives it.
         const uint8_t* uv = v.srcUV + size_t(y / 2) * strideUV;
         for (int x = 0; x + 1 < w; x += 2) {
@@ -178,23 +296,16 @@ void synthesizeView420(const View420& v) {
             srcCb[w - 1] = uv[w - 1];
             srcCr[w - 1] = 128;
         }
-        std::memset(cb, 128, size_t(w));
-        std::memset(cr, 128, size_t(w));
-        if (v.sideBySide) {
-            std::memcpy(cb + w, srcCb, size_t(w));
-            std::memcpy(cr + w, srcCr, size_t(w));
-        }
-        uint8_t* const d[3] = {outY, cb, cr};
-        const uint8_t* const s[3] = {srcY, srcCb, srcCr};
-        synthesizeRow<3>(d, s, depthRow, v.shiftTable, v.firstColumn, w);
-        // Even columns into interleaved pairs, as the 4:2:0 conversion keeps them.
-        uint8_t* outUV = v.outUV + size_t(y / 2) * outWidth;
-        const size_t pairs = outWidth / 2;
-        for (size_t p = 0; p < pairs; ++p) {
-            outUV[2 * p] = cb[2 * p];
-            outUV[2 * p + 1] = cr[2 * p];
-        }
-        if (outWidth & 1) outUV[outWidth - 1] = cb[outWidth - 1];
+        // The output chroma row as the 4:2:0 conversion packs it: the pair of
+        // each even column; cleared on the left, the input on the right.
+        std::memset(uvRow, 128, outWidth + 1);
+        if (v.sideBySide)
+            for (size_t e = size_t(w) + (w & 1); e < outWidth; e += 2) {
+                uvRow[e] = srcCb[e - w];
+                uvRow[e + 1] = srcCr[e - w];
+            }
+        synthesizeRowEvenChroma(outY, uvRow, srcY, srcCb, srcCr, depthRow, v.shiftTable, v.firstColumn, w);
+        std::memcpy(v.outUV + size_t(y / 2) * outWidth, uvRow, outWidth);
     }
 }
 

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "depthview/depth_steps.h"
+
 namespace kvdsr::depthview {
 
 constexpr int kDepthLevels = 1024;
@@ -35,6 +37,12 @@ void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t*
                     std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
                     int32_t firstColumn, int width, int height);
 
+// The same, written plainly and on one thread: the reference the row loop
+// above (runs of adjacent landings, skipped repeated stores) is held to.
+void synthesizeViewReference(uint8_t* const dst[3], std::size_t dstStride, const uint8_t* const src[3],
+                             std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
+                             int32_t firstColumn, int width, int height);
+
 // Packed width x height 4:4:4 source into the left half of a side-by-side
 // 4:4:4 image: rows 2 * width apart, planes 2 * width * height apart.
 void synthesizeViewSideBySide(uint8_t* dst, const uint8_t* src, const uint16_t* depthUpscaled,
@@ -54,7 +62,8 @@ struct View420 {
     uint32_t strideY;
     const uint8_t* srcUV;
     uint32_t strideUV;
-    const uint16_t* depthUpscaled;
+    const uint16_t* depthUpscaled;  // width x height levels, or
+    const DepthResizer* depthRows;  // when set: rows made on the fly instead
     const uint16_t* shiftTable;
     int32_t firstColumn;
     int width, height;

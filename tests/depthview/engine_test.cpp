@@ -372,3 +372,24 @@ TEST_F(DepthView, PseudoPlanarStrideBelowWidthSynthesisesADefinedImage) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(DepthView, SixteenBitMapAtAnOddAddress) {
+    std::vector<uint16_t> m16(DW * DH);
+    for (size_t i = 0; i < m16.size(); ++i) m16[i] = uint16_t(map[i] * 3);
+    m16[1 * DW + 1] = 1023;
+    std::vector<uint8_t> bytes(2 * m16.size() + 1);
+    std::memcpy(bytes.data() + 1, m16.data(), 2 * m16.size());
+    auto image = yuv444();
+    auto aligned = desc(kvDSR_FMT_DEPTH16, reinterpret_cast<uint8_t*>(m16.data()));
+    auto odd = desc(kvDSR_FMT_DEPTH16, bytes.data() + 1);
+    std::vector<uint8_t> a(3 * W * H), b(3 * W * H);
+    ASSERT_EQ(kvDSR_Run(a.data(), &image, W, H, &aligned, DW, DH), kvDSR_OK);
+    ASSERT_EQ(kvDSR_Run(b.data(), &image, W, H, &odd, DW, DH), kvDSR_OK);
+    EXPECT_EQ(a, b);
+    EXPECT_NE(m16[1 * DW + 1], 1023);
+    EXPECT_EQ(std::memcmp(bytes.data() + 1, m16.data(), 2 * m16.size()), 0);  // repaired in place too
+}
+
+}  // namespace

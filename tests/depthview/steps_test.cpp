@@ -174,6 +174,38 @@ TEST(Resize, GeneralKeepsConstantsAndIdentity) {
         for (uint16_t v : general(flat, 16, 12, dw, dh)) ASSERT_EQ(v, 777) << dw << "x" << dh;
 }
 
+// Enlargement against the bilinear formula evaluated directly per pixel:
+// floored source positions in 1/256, clamped at the borders, the 1/256
+// horizontal sums kept, the vertical sum truncated.
+TEST(Resize, GeneralEnlargementIsPlainBilinear) {
+    for (auto [sw, sh, dw, dh] : {std::tuple{16, 12, 64, 48}, {7, 5, 23, 17}, {10, 3, 10, 11}, {5, 5, 96, 6}}) {
+        const auto src = randomMap(sw, sh, 1023, uint32_t(sw * dw));
+        const auto out = general(src, sw, sh, dw, dh);
+        auto tap = [](int o, int s, int d, int& i0, int& i1, int& f) {
+            const int64_t num = int64_t(o) * s * 256 + int64_t(s - d) * 128;
+            const int64_t pos = num >= 0 ? num / d : -((-num + d - 1) / d);
+            const int64_t i = pos >= 0 ? pos / 256 : -((-pos + 255) / 256);
+            f = int(pos - i * 256);
+            if (i < 0 || i >= s - 1) {
+                i0 = i1 = i < 0 ? 0 : s - 1;
+                f = 0;
+            } else {
+                i0 = int(i);
+                i1 = int(i) + 1;
+            }
+        };
+        for (int y = 0; y < dh; ++y)
+            for (int x = 0; x < dw; ++x) {
+                int x0, x1, fx, y0, y1, fy;
+                tap(x, sw, dw, x0, x1, fx);
+                tap(y, sh, dh, y0, y1, fy);
+                auto row = [&](int r) { return (256 - fx) * src[r * sw + x0] + fx * src[r * sw + x1]; };
+                const uint32_t v = uint32_t((256 - fy) * row(y0) + fy * row(y1)) >> 16;
+                ASSERT_EQ(out[y * dw + x], v) << x << "," << y << " " << sw << "->" << dw;
+            }
+    }
+}
+
 TEST(Resize, CentreAlignedEnlargement) {
     // Factor 4 along a row: output x samples source (x + 0.5) / 4 - 0.5.
     const std::vector<uint16_t> src = {0, 256, 512, 768};

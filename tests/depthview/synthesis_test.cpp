@@ -234,7 +234,7 @@ TEST_P(Fused420, MatchesTheFourFourFourPath) {
 
     std::vector<uint8_t> fused(ref.size(), 0x11);
     synthesizeView420({fused.data(), fused.data() + op, sideBySide, y.data(), stride, uv.data(), stride, depth.data(),
-                       table.data(), first, w, h});
+                       nullptr, table.data(), first, w, h});
     // Both leave the bytes past height / 2 chroma rows alone.
     for (size_t i = op + (h / 2) * ow; i < ref.size(); ++i) fused[i] = ref[i];
     EXPECT_EQ(fused, ref);
@@ -244,5 +244,82 @@ INSTANTIATE_TEST_SUITE_P(Sizes, Fused420,
                          ::testing::Values(std::make_tuple(64, 48, false, 0u), std::make_tuple(64, 48, true, 0u),
                                            std::make_tuple(37, 21, false, 40u), std::make_tuple(37, 21, true, 0u),
                                            std::make_tuple(130, 9, true, 131u), std::make_tuple(5, 1, false, 0u)));
+
+}  // namespace
+
+namespace {
+
+// Depth rows made inside the 4:2:0 synthesis against a resized map, for each
+// resampler path (factors 2 and 3, general enlargement, area shrinking).
+class FusedResize : public ::testing::TestWithParam<std::tuple<int, int, int, int>> {};
+
+TEST_P(FusedResize, RowsOnTheFlyMatchTheResizedMap) {
+    const auto [w, h, dw, dh] = GetParam();
+    std::mt19937 rng(w + 3 * dw);
+    std::vector<uint16_t> low(size_t(dw) * dh), depth(size_t(w) * h);
+    for (auto& v : low) v = uint16_t(rng() % 2 ? 1 + rng() % 30 : rng() % 1024);
+    std::vector<uint32_t> scratch(resizeScratchSize(dh, w) + 1);
+    resizeDepth(depth.data(), low.data(), dw, dh, w, h, scratch.data());
+    double m[16];
+    buildViewMatrix(m, kCam, 700);
+    std::vector<uint16_t> table(size_t(kDepthLevels) * w);
+    buildShiftTable(table.data(), m, kCam, w);
+    std::vector<uint8_t> y(size_t(w) * h), uv(size_t(w) * (h / 2) + 1);
+    for (auto& b : y) b = uint8_t(rng());
+    for (auto& b : uv) b = uint8_t(rng());
+
+    for (bool sbs : {false, true}) {
+        const size_t ow = sbs ? 2 * size_t(w) : size_t(w), op = ow * h;
+        std::vector<uint8_t> a(op * 3 / 2, 0x5A), b(op * 3 / 2, 0x5A);
+        synthesizeView420({a.data(), a.data() + op, sbs, y.data(), 0, uv.data(), 0, depth.data(), nullptr,
+                           table.data(), 2, w, h});
+        const DepthResizer rows(low.data(), dw, dh, w, h, scratch.data());
+        synthesizeView420({b.data(), b.data() + op, sbs, y.data(), 0, uv.data(), 0, nullptr, &rows, table.data(), 2,
+                           w, h});
+        EXPECT_EQ(a, b) << "side by side " << sbs;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, FusedResize,
+                         ::testing::Values(std::make_tuple(64, 48, 32, 24), std::make_tuple(66, 48, 22, 16),
+                                           std::make_tuple(64, 48, 16, 12), std::make_tuple(40, 30, 64, 48),
+                                           std::make_tuple(256, 144, 64, 36)));
+
+}  // namespace
+
+namespace {
+
+// The row loop against the plain reference: random targets (in and out of
+// the image, repeated, backwards), random levels (some above 1023), several
+// first columns, strides wider than the rows.
+TEST(SynthesizeReference, RandomTablesGiveTheSameBytes) {
+    for (int round = 0; round < 12; ++round) {
+        std::mt19937 rng(round);
+        const int w = 8 + int(rng() % 90), h = 1 + int(rng() % 6);
+        const size_t stride = size_t(w) + rng() % 5;
+        std::vector<uint16_t> table(size_t(kDepthLevels) * w), depth(size_t(w) * h);
+        for (int d = 0; d < kDepthLevels; ++d) {
+            const int shift = int(rng() % 9) - 2;
+            for (int x = 0; x < w; ++x) {
+                const uint32_t r = rng() % 16;
+                int t = x + shift;
+                if (r == 0) t = int(rng() % (w + 5));
+                if (r == 1) t = 0xFFFF;
+                table[size_t(d) * w + x] = uint16_t(std::clamp(t, 0, 0xFFFF));
+            }
+        }
+        for (auto& v : depth) v = uint16_t(rng() % 8 == 0 ? rng() % 2000 : rng() % 6);
+        std::vector<uint8_t> src(3 * stride * h);
+        for (auto& b : src) b = uint8_t(rng());
+        const int32_t first = round % 3 == 0 ? -5 : int32_t(rng() % 6);
+        std::vector<uint8_t> a(3 * stride * h, 0x42), b(a);
+        const uint8_t* const s[3] = {src.data(), src.data() + stride * h, src.data() + 2 * stride * h};
+        uint8_t* const da[3] = {a.data(), a.data() + stride * h, a.data() + 2 * stride * h};
+        uint8_t* const db[3] = {b.data(), b.data() + stride * h, b.data() + 2 * stride * h};
+        synthesizeView(da, stride, s, stride, depth.data(), table.data(), first, w, h);
+        synthesizeViewReference(db, stride, s, stride, depth.data(), table.data(), first, w, h);
+        ASSERT_EQ(a, b) << "round " << round;
+    }
+}
 
 }  // namespace
