@@ -63,6 +63,7 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
     const uint16_t* const sourceTable = f.sourceTable;
     const int p = f.p;
     int prev = 0;
+    int repeatedFrom = -1;
     uint32_t lastU = 0;
     for (int x = kFirstScanColumn; x < w; ++x) {
         const uint32_t d = std::min<uint32_t>(levels[x], kMaxLevel);
@@ -72,9 +73,13 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
         if (t < w && t <= prev) continue;  // hidden behind what has landed
         if (t >= w) {
             // Off the image: the rest of the row repeats the last landing.
-            std::memset(out + prev, out[prev], w - prev);
-            if (chroma)
-                for (int c = chromaPair(prev, w) + 2; c + 1 < w; c += 2) cr.copyPair(c, cr.out, prev);
+            // Until something lands again a repeat would change nothing.
+            if (prev != repeatedFrom) {
+                std::memset(out + prev, out[prev], w - prev);
+                if (chroma)
+                    for (int c = chromaPair(prev, w) + 2; c + 1 < w; c += 2) cr.copyPair(c, cr.out, prev);
+                repeatedFrom = prev;
+            }
             continue;
         }
         out[t] = aRow[x];
