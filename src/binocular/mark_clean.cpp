@@ -1,10 +1,27 @@
 #include "binocular/mark_clean.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace kvdsr::binocular {
 
 namespace {
 void setRange(uint8_t* mark, int from, int to, uint8_t v) {
     for (int i = from; i <= to; ++i) mark[i] = v;
+}
+
+// First column in from .. limit with a mark, or limit + 1; eight columns at a
+// time, since most of a row is unmarked.
+int nextMarked(const uint8_t* mark, int from, int limit) {
+    int i = from;
+    for (; i + 8 <= limit + 1; i += 8) {
+        uint64_t word;
+        std::memcpy(&word, mark + i, sizeof word);
+        if (word != 0) break;
+    }
+    for (; i <= limit; ++i)
+        if (mark[i] != kMarkNone) return i;
+    return limit + 1;
 }
 }  // namespace
 
@@ -43,11 +60,15 @@ void cleanMarks(uint8_t* mark, int width, int q) {
     const int lastStart = width - q;
     if (lastStart < 0) return;
     const int interior = q - 2;
+    auto countInterior = [&](int c) {
+        int n = 0;
+        for (int i = c + 1; i <= c + interior; ++i) n += mark[i] != kMarkNone;
+        return n;
+    };
     // Non-zero marks among columns c + 1 .. c + q - 2, kept up to date as the
     // window slides: rules only ever turn a window column non-zero, except
     // the clearing of column c, which the next window no longer holds.
-    int count = 0;
-    for (int i = 1; i <= interior; ++i) count += mark[i] != kMarkNone;
+    int count = countInterior(0);
     // Columns up to painted are holes already (holes are never cleared), so
     // overlapping windows only write what is new.
     int painted = -1;
@@ -55,8 +76,16 @@ void cleanMarks(uint8_t* mark, int width, int q) {
         setRange(mark, from > painted ? from : painted + 1, to, kMarkHole);
         if (to > painted) painted = to;
     };
-    for (int c = 0; c <= lastStart; ++c) {
+    for (int c = 0;;) {
         const bool last = c == lastStart;
+        if (mark[c] == kMarkNone && !last) {
+            // A window starting on an empty column does nothing: go straight
+            // to the next marked column (or the last window).
+            const int next = std::min(nextMarked(mark, c + 1, lastStart), lastStart);
+            c = next;
+            count = countInterior(c);
+            continue;
+        }
         if (mark[c] != kMarkNone) {
             if (count > 0 && mark[c + q - 1] != kMarkNone) {
                 paint(c, c + q - 1);
@@ -70,9 +99,10 @@ void cleanMarks(uint8_t* mark, int width, int q) {
         if (last) {
             for (int i = c; i <= c + q - 2; ++i)
                 if (mark[i] != kMarkNone) mark[i] = kMarkHole;
-            break;
+            return;
         }
         count += (mark[c + q - 1] != kMarkNone) - (mark[c + 1] != kMarkNone);
+        ++c;
     }
 }
 

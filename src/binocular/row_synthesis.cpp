@@ -58,19 +58,28 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
     }
     std::memset(out, 0, w);
 
+    // Locals, so that byte stores to the output need not reload them.
+    const uint16_t* const landingTable = f.landingTable;
+    const uint16_t* const sourceTable = f.sourceTable;
+    const int p = f.p;
     int prev = 0;
+    int repeatedFrom = -1;
     uint32_t lastU = 0;
     for (int x = kFirstScanColumn; x < w; ++x) {
         const uint32_t d = std::min<uint32_t>(levels[x], kMaxLevel);
         const std::size_t entry = static_cast<std::size_t>(d) * w + x;
-        const int t = f.landingTable[entry];
-        const uint32_t u = f.sourceTable[entry];
+        const int t = landingTable[entry];
+        const uint32_t u = sourceTable[entry];
         if (t < w && t <= prev) continue;  // hidden behind what has landed
         if (t >= w) {
             // Off the image: the rest of the row repeats the last landing.
-            std::memset(out + prev, out[prev], w - prev);
-            if (chroma)
-                for (int c = chromaPair(prev, w) + 2; c + 1 < w; c += 2) cr.copyPair(c, cr.out, prev);
+            // Until something lands again a repeat would change nothing.
+            if (prev != repeatedFrom) {
+                std::memset(out + prev, out[prev], w - prev);
+                if (chroma)
+                    for (int c = chromaPair(prev, w) + 2; c + 1 < w; c += 2) cr.copyPair(c, cr.out, prev);
+                repeatedFrom = prev;
+            }
             continue;
         }
         out[t] = aRow[x];
@@ -83,7 +92,7 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
             src[prev + 1] = static_cast<uint16_t>((u + lastU) / 2);
             src[t] = static_cast<uint16_t>(u);
             mark[prev + 1] = kMarkFilled;
-            if (f.p >= 2) {
+            if (p >= 2) {
                 out[prev + 1] = out[t];
                 if (chroma) cr.fromA(prev + 1, x);
             } else {
@@ -95,7 +104,7 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
                 src[prev + k] = static_cast<uint16_t>(std::floor((double(g - k) * lastU + double(k) * u) / g));
                 if (k > 0 && k < g) mark[prev + k] = kMarkFilled;
             }
-            if (g <= f.p) {
+            if (g <= p) {
                 const int left = out[prev];
                 const int span = out[t] - left;
                 for (int k = 1; k < g; ++k) out[prev + k] = static_cast<uint8_t>(left + (k * span) / (g - 1));

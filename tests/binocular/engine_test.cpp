@@ -133,17 +133,6 @@ TEST_F(BinocularEngine, ImageChecksComeAfterTheDepthPass) {
     EXPECT_EQ(b.data, bBefore);
 }
 
-TEST_F(BinocularEngine, RunSizesMustBeTheInitSizes) {
-    ASSERT_EQ(init(), kvDSR_OK);
-    Frame a(W, H), b(W, H);
-    DepthMap d(DW, DH, 100);
-    std::vector<uint8_t> out(W * H * 3 / 2);
-    EXPECT_EQ(kvDSR_Binocular_Run(out.data(), &a.desc, &b.desc, W, H - 2, &d.desc, DW, DH),
-              kvDSR_ERR_SIZE_COMBINATION);
-    EXPECT_EQ(kvDSR_Binocular_Run(out.data(), &a.desc, &b.desc, W, H, &d.desc, DW, DH - 1),
-              kvDSR_ERR_SIZE_COMBINATION);
-}
-
 // One frame through the whole chain: the pixels of the first image land where
 // the landing table sends them and the second image is matched to the first.
 class EndToEnd : public ::testing::TestWithParam<uint32_t> {};

@@ -69,8 +69,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(MarkCleaning, CountingSweepMatchesReference) {
     std::mt19937 rng(11);
     for (int q = 1; q <= 14; ++q)
-        for (int width : {1, 2, q - 1, q, q + 1, 2 * q + 3, 97})
-            for (int density : {5, 30, 60, 90})
+        for (int width : {1, 2, q - 1, q, q + 1, 2 * q + 3, 97, 301})
+            for (int density : {1, 5, 30, 60, 90})
                 for (int trial = 0; trial < 20; ++trial) {
                     if (width < 1) continue;
                     std::vector<uint8_t> m(size_t(width) + 8, 7);  // canary past the row

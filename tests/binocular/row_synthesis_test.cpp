@@ -150,13 +150,16 @@ TEST(RowSynthesis, LevelsBeyondTheTableAndWildSourceColumnsAreBounded) {
     EXPECT_EQ(clamped.lumaRow(0)[35], clamped.B(47));
 }
 
+// Out-of-range reads or writes show up under the sanitizers; the canary
+// past the frame catches writes in every build.
 TEST(RowSynthesis, NarrowAndOddSizesStayInside) {
     for (int w : {1, 2, 5, 20, 21, 33}) {
         Scene s(w, 5);
+        s.out.resize(s.out.size() + 16, 0xC3);
         for (int x = 0; x < w; ++x) s.land(1, x, std::min(x + 2, w - 1), w + 3);
         s.run(0, 1);
         s.run(6, 2);
-        SUCCEED();
+        for (size_t i = s.frameBytes(); i < s.out.size(); ++i) ASSERT_EQ(s.out[i], 0xC3) << w;
     }
 }
 
@@ -194,6 +197,7 @@ TEST(RowSynthesis, FirstTwentyColumnsNeverTakeAPixelOfTheFirstImage) {
 }
 
 TEST(RowSynthesis, TeamSizeDoesNotChangeTheOutput) {
+    if (omp_get_max_threads() < 2) GTEST_SKIP() << "runs with a team of one (emulated build)";
     Scene one(80, 30), two(80, 30);
     std::mt19937 rng(3);
     for (int level = 0; level < 8; ++level)
