@@ -32,4 +32,20 @@ bool readSummary(const uint8_t block[kBlockSize], uint32_t calibType, CalibSumma
     return true;
 }
 
+void expandKind1(const uint8_t body[kKind1BodySize], uint8_t out[kBlockSize]) {
+    uint8_t block[kBlockSize] = {};  // body and out may be the same block
+    for (uint32_t camera = 1; camera <= 2; ++camera) {
+        const uint8_t* src = body + kind1::kSectionOffset[camera];
+        uint8_t* dst = block + kSectionOffset[camera];
+        store<int32_t>(dst, sec::kFirstField, static_cast<int32_t>(camera));
+        // Homography and projection are contiguous in both layouts.
+        std::memcpy(dst + sec::kHomography, src + kind1::kHomography, 84);
+        // Model size through the distortion values, contiguous in both.
+        std::memcpy(dst + sec::kModelWidth, src + kind1::kModelWidth, kind1::kSectionSize - kind1::kModelWidth);
+    }
+    store<uint16_t>(block, hdr::kRevision, 0);
+    store<uint16_t>(block, hdr::kReferenceWidth, load<uint16_t>(body, kind1::kCamera2Width));
+    std::memcpy(out, block, kBlockSize);
+}
+
 }  // namespace kvdsr::calib

@@ -138,4 +138,9 @@ struct CalibSummary {
 // Returns false (summary untouched) for any other kind.
 bool readSummary(const uint8_t block[kBlockSize], uint32_t calibType, CalibSummary& out);
 
+// Rewrites a kind-1 body into the kind-3 section layout (header: revision 0,
+// reference width = camera 2's; section numbers 1 and 2; map values 0), for
+// code that reads camera sections at their kind-3 offsets.
+void expandKind1(const uint8_t body[kKind1BodySize], uint8_t out[kBlockSize]);
+
 }  // namespace kvdsr::calib

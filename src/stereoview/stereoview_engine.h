@@ -2,6 +2,7 @@
 // The interface has checked pointers, initialisation, width, formats and sizes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "kvDSR.h"
@@ -18,5 +19,14 @@ uint32_t run(uint8_t* outSecond, uint8_t* outFirst, const kvDSR_ImageDesc& image
 uint32_t runSideBySide(uint8_t* out, const kvDSR_ImageDesc& imageSecond, const kvDSR_ImageDesc& imageFirst,
                        uint16_t width, uint16_t height);
 uint32_t close();
+
+// Introspection for tests and benchmarks.
+struct MapCapacity {
+    std::size_t full = 0;  // bytes of the full-resolution map buffer
+    std::size_t half = 0;
+};
+MapCapacity mapCapacity();
+// 1 when the last Init rescaled the camera models, 0 when it used the 16:9 crops.
+uint8_t useModelTransforms();
 
 }  // namespace kvdsr::stereoview

@@ -379,3 +379,25 @@ TEST(Summary, KindOneAndKindThreeAgreeOnTheSameBody) {
 
 }  // namespace
 }  // namespace kvdsr
+
+namespace kvdsr {
+namespace {
+
+TEST(Kind1, ExpandsIntoTheSectionLayout) {
+    for (calibpack::Body body : calibpack::sampleModule()) {
+        body.camera1.mapValues = {0, 0};
+        body.camera2.mapValues = {0, 0};
+        const auto p = testing::parse(calibpack::packContainer({body}, 464));
+        ASSERT_EQ(p.rc, 0u);
+        auto block = p.block;
+        calib::expandKind1(block.data(), block.data());
+        body.revision = 0;
+        body.referenceWidth = body.camera2.calibWidth;
+        body.camera1.number = 1;
+        body.camera2.number = 2;
+        EXPECT_EQ(calibpack::Bytes(block.begin(), block.end()), calibpack::packKind3(body));
+    }
+}
+
+}  // namespace
+}  // namespace kvdsr

@@ -63,7 +63,7 @@ std::vector<Body> sampleModule() {
     double t1[3];
     for (int r = 0; r < 3; ++r) t1[r] = -(R1[r * 3] * centre1[0] + R1[r * 3 + 1] * centre1[1] + R1[r * 3 + 2] * centre1[2]);
 
-    // Camera 2: 1.12 um pixels, 3.83 mm autofocus lens (about 66 degrees across).
+    // Camera 2: 1.12 um pixels, 3.83 mm autofocus lens (about 63 degrees across).
     constexpr double kPitch2 = 0.00112, kFocal2 = 3.83;
     constexpr double kSlope = 3100.0, kInfinity = 180.0;  // actuator steps per mm, position at infinity
     const double R2[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};

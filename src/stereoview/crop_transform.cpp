@@ -1,0 +1,152 @@
+#include "stereoview/crop_transform.h"
+
+#include <cmath>
+
+#include "calibration/calib_block.h"
+#include "calibration/geometry.h"
+
+namespace kvdsr::stereoview {
+
+namespace {
+
+bool allFinite(const double* v, int n) {
+    for (int i = 0; i < n; ++i)
+        if (!std::isfinite(v[i])) return false;
+    return true;
+}
+
+bool coversWholeImage(const uint8_t* block, int camera, const CropRect& r) {
+    const uint8_t* s = block + calib::kSectionOffset[camera];
+    const uint16_t w = calib::load<uint16_t>(s, calib::sec::kCalibWidth);
+    const uint16_t h = calib::load<uint16_t>(s, calib::sec::kCalibHeight);
+    return r.x0 == 0 && r.y0 == 0 && uint32_t(r.x1) + 1 == w && uint32_t(r.y1) + 1 == h;
+}
+
+void loadMatrix(const uint8_t* s, uint32_t offset, double* m, int n) {
+    for (int i = 0; i < n; ++i) m[i] = calib::load<float>(s, offset + 4 * i);
+}
+
+void storeMatrix(uint8_t* s, uint32_t offset, const double* m, int n) {
+    for (int i = 0; i < n; ++i) calib::store<float>(s, offset + 4 * i, float(m[i]));
+}
+
+void applyHomography(const double G[9], double x, double y, double& u, double& v) {
+    const double w = G[6] * x + G[7] * y + G[8];
+    u = (G[0] * x + G[1] * y + G[2]) / w;
+    v = (G[3] * x + G[4] * y + G[5]) / w;
+}
+
+bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height, const CropRect& r) {
+    using namespace calib::sec;
+    uint8_t* s = block + calib::kSectionOffset[camera];
+    const double calibW = calib::load<uint16_t>(s, kCalibWidth);
+    const double calibH = calib::load<uint16_t>(s, kCalibHeight);
+    const double modelW = calib::load<uint16_t>(s, kModelWidth);
+    const double modelH = calib::load<uint16_t>(s, kModelHeight);
+    if (calibW <= 0 || calibH <= 0 || modelW <= 0 || modelH <= 0) return false;
+
+    // Rectangle edges in the model grid (edges scale, centres shift by 0.5).
+    const double gx = modelW / calibW, gy = modelH / calibH;
+    const double left = r.x0 * gx - 0.5, right = (r.x1 + 1.0) * gx - 0.5;
+    const double top = r.y0 * gy - 0.5, bottom = (r.y1 + 1.0) * gy - 0.5;
+    const double frame[8] = {-0.5, -0.5, width - 0.5, -0.5, width - 0.5, height - 0.5, -0.5, height - 0.5};
+    const double rect[8] = {left, top, right, top, right, bottom, left, bottom};
+    double G[9], Ginv[9];
+    if (!homographyFromCorners(frame, rect, G)) return false;
+    if (!geom::matInverse(Ginv, G, 3) || !allFinite(Ginv, 9)) return false;
+
+    double H[9], t[9], Hn[9];
+    loadMatrix(s, kHomography, H, 9);
+    geom::matMul(t, H, G, 3, 3, 3);
+    geom::matMul(Hn, Ginv, t, 3, 3, 3);
+
+    double P[12], Pn[12];
+    loadMatrix(s, kProjection, P, 12);
+    geom::matMul(Pn, Ginv, P, 3, 3, 4);
+    if (Pn[11] != 0.0) {
+        const double last = Pn[11];
+        for (double& v : Pn) v /= last;
+        Pn[11] = 1.0;
+    }
+
+    // Principal point: both fields zero means the calibrated image's centre.
+    const uint16_t fx = calib::load<uint16_t>(s, kPrincipalX);
+    const uint16_t fy = calib::load<uint16_t>(s, kPrincipalY);
+    double cx, cy;
+    if (fx == 0 && fy == 0) {
+        cx = 0.5 * calibW * gx - 0.5;
+        cy = 0.5 * calibH * gy - 0.5;
+    } else {
+        cx = fx / 16.0;
+        cy = fy / 16.0;
+    }
+    double px, py;
+    applyHomography(Ginv, cx, cy, px, py);
+    auto fixed = [](double v) {
+        const double f = std::floor(v * 16.0 + 0.5);
+        return uint16_t(f < 1.0 ? 1.0 : (f > 65535.0 ? 65535.0 : f));  // 0 would mean "centre"
+    };
+
+    storeMatrix(s, kHomography, Hn, 9);
+    storeMatrix(s, kProjection, Pn, 12);
+    calib::store<uint16_t>(s, kPrincipalX, fixed(px));
+    calib::store<uint16_t>(s, kPrincipalY, fixed(py));
+    calib::store<uint16_t>(s, kCalibWidth, uint16_t(uint32_t(r.x1) - r.x0 + 1));
+    calib::store<uint16_t>(s, kCalibHeight, uint16_t(uint32_t(r.y1) - r.y0 + 1));
+    calib::store<uint16_t>(s, kModelWidth, width);
+    calib::store<uint16_t>(s, kModelHeight, height);
+    return true;
+}
+
+}  // namespace
+
+CropRect centredCrop169(uint16_t calibWidth, uint16_t calibHeight) {
+    uint32_t h = 9u * (calibWidth / 16u);
+    if (h > calibHeight) h = calibHeight;
+    const uint32_t y = (calibHeight - h) / 2;
+    CropRect r{0, uint16_t(y), uint16_t(calibWidth ? calibWidth - 1 : 0), uint16_t(h ? y + h - 1 : y)};
+    return r;
+}
+
+bool homographyFromCorners(const double from[8], const double to[8], double G[9]) {
+    double A[64], Ainv[64], b[8];
+    for (int i = 0; i < 4; ++i) {
+        const double x = from[2 * i], y = from[2 * i + 1], u = to[2 * i], v = to[2 * i + 1];
+        double* r0 = A + 16 * i;
+        double* r1 = r0 + 8;
+        const double a0[8] = {x, y, 1, 0, 0, 0, -u * x, -u * y};
+        const double a1[8] = {0, 0, 0, x, y, 1, -v * x, -v * y};
+        for (int j = 0; j < 8; ++j) {
+            r0[j] = a0[j];
+            r1[j] = a1[j];
+        }
+        b[2 * i] = u;
+        b[2 * i + 1] = v;
+    }
+    if (!geom::matInverse(Ainv, A, 8)) return false;
+    double h[8];
+    geom::matMul(h, Ainv, b, 8, 8, 1);
+    if (!allFinite(h, 8)) return false;
+    // A singular system can still come back from the pseudo-inverse: check
+    // that the solution really carries the four corners.
+    for (int i = 0; i < 8; ++i) G[i] = h[i];
+    G[8] = 1.0;
+    for (int i = 0; i < 4; ++i) {
+        double u, v;
+        applyHomography(G, from[2 * i], from[2 * i + 1], u, v);
+        const double scale = 1.0 + std::fabs(to[2 * i]) + std::fabs(to[2 * i + 1]);
+        if (!(std::fabs(u - to[2 * i]) <= 1e-6 * scale && std::fabs(v - to[2 * i + 1]) <= 1e-6 * scale))
+            return false;
+    }
+    return true;
+}
+
+uint32_t cropTransform(uint8_t* block, uint16_t width, uint16_t height, const CropRect rects[2]) {
+    if (coversWholeImage(block, 1, rects[0]) && coversWholeImage(block, 2, rects[1])) return kCropOk;
+    bool ok = true;
+    for (int camera = 1; camera <= 2; ++camera)
+        if (!transformCamera(block, camera, width, height, rects[camera - 1])) ok = false;
+    return ok ? kCropOk : kCropSolveFailed;
+}
+
+}  // namespace kvdsr::stereoview

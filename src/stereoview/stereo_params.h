@@ -1,0 +1,26 @@
+// Calibration parameter blocks shared by the stereo view and SPR engines: an
+// Init of either engine replaces both blocks (each engine keeps its own maps).
+#pragma once
+
+#include <cstdint>
+
+#include "calibration/calib_block.h"
+
+namespace kvdsr::stereoview {
+
+struct StereoParams {
+    alignas(8) uint8_t calibBlock[calib::kBlockSize];
+    alignas(8) uint8_t halfCalibBlock[calib::kBlockSize];
+};
+StereoParams& stereoParams();
+
+// Parses into a zeroed block with the camera-layout selector, focus position
+// 0 and body index 1; returns the parser's code.
+uint32_t parseStereoCalibration(uint8_t block[calib::kBlockSize], const uint8_t* calibration,
+                                uint32_t calibrationSize, const uint32_t* keyMaterial, uint32_t keyMaterialSize);
+
+// Rescales camera sections 1 and 2 to width x height. A section with a zero
+// model size is left alone: its scale factors would be infinite.
+void rescaleBothCameras(uint8_t* block, uint16_t width, uint16_t height);
+
+}  // namespace kvdsr::stereoview
