@@ -22,7 +22,8 @@ namespace {
 
 struct Common {
     std::string calib;
-    int cameraLayout = 0;  // 0: leave the library's default
+    int64_t cameraLayout = 0;
+    CLI::Option* cameraLayoutOption = nullptr;
     std::string out = "kvdsr-out";
     std::string raw;
     ImageOptions image;
@@ -31,7 +32,8 @@ struct Common {
 void addCommon(CLI::App* app, Common& c, bool needsCalib = true) {
     auto* opt = app->add_option("--calib", c.calib, "calibration: container file, or JSON of the calibration tool");
     if (needsCalib) opt->required();
-    app->add_option("--camera-layout", c.cameraLayout, "camera layout 1..4 (default: the library's, 4)");
+    c.cameraLayoutOption =
+        app->add_option("--camera-layout", c.cameraLayout, "camera layout 1..4 (default: the library's, 4)");
     app->add_option("--out", c.out, "output prefix for PNG files (default kvdsr-out)");
     app->add_option("--raw", c.raw, "also write the raw YUV output to this prefix");
     app->add_option("--format", c.image.format,
@@ -40,7 +42,7 @@ void addCommon(CLI::App* app, Common& c, bool needsCalib = true) {
 }
 
 void applyLayout(const Common& c) {
-    if (c.cameraLayout == 0) return;
+    if (!c.cameraLayoutOption || c.cameraLayoutOption->count() == 0) return;
     const uint32_t rc = kvDSR_CameraLayout_Set(static_cast<uint32_t>(c.cameraLayout));
     if (rc != kvDSR_OK) throw std::invalid_argument(describeStatus("kvDSR_CameraLayout_Set", rc));
 }
@@ -259,6 +261,9 @@ int main(int argc, char** argv) {
             YuvFrame first = loadFrame(spFirst, sp.image, Layout::NV21);
             YuvFrame second = loadFrame(spSecond, sp.image, Layout::NV21);
             requireSameSize(first, second, "spr");
+            // The engine ignores any other format and still returns 0.
+            if (first.layout != Layout::NV21 && first.layout != Layout::NV12)
+                throw std::invalid_argument("spr takes nv21 or nv12 frames only");
             int ow = 0, oh = 0;
             parseSize(spOutSize, ow, oh);
             if (ow % 2 || oh % 2) throw std::invalid_argument("--out-size must be even in both directions");
