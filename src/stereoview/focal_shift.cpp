@@ -107,7 +107,12 @@ void halveRows(uint8_t* dst, const uint8_t* src, size_t outWidth, size_t rows, s
         uint8_t* d = dst + r * outWidth;
         const uint8_t* s = src + r * 2 * outWidth;
         if (unitBytes == 2) {
-            for (size_t k = 0; k < outWidth; ++k) d[k] = s[(k / 2) * 4 + (k % 2)];
+            const size_t pairs = outWidth / 2;
+            for (size_t i = 0; i < pairs; ++i) {
+                d[2 * i] = s[4 * i];
+                d[2 * i + 1] = s[4 * i + 1];
+            }
+            if (outWidth % 2) d[outWidth - 1] = s[4 * pairs];
         } else {
             for (size_t k = 0; k < outWidth; ++k) d[k] = s[2 * k];
         }
