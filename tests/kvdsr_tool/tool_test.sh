@@ -87,6 +87,9 @@ run fs_sbs_half 0 "640x480" focal-shift --side-by-side --half --calib "$MOD" --f
 [ "$(size_of fsh.i420)" = $((640 * 480 * 3 / 2)) ] || fail "fs_sbs_half: raw output size"
 run fs_table 0 "shift -63 px" focal-shift --print-table --calib "$MOD" --distance 114 --width 640
 [ "$(grep -c '^[0-9]* [0-9.]* [0-9.]*$' fs_table.out)" = 1024 ] || fail "fs_table: not 1024 table rows"
+# Raw output piped: both views on standard output, messages on stderr.
+run fs_pipe 0 "" focal-shift --calib "$MOD" --first "$L" --second "$R" --distance 114 --out fsp --raw -
+[ "$(size_of fs_pipe.out)" = $((2 * 640 * 480 * 3 / 2)) ] || fail "fs_pipe: standard output is not two frames"
 # The calibration tool's JSON, packed on the fly.
 run fs_json 0 "shift -30 px" focal-shift --print-table --calib "$MODULE_JSON" --distance 1000 --width 640
 printf '{"bodies": 3}' >bad.json
