@@ -102,7 +102,8 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     // The chessboard rig's calibration was made by OpenCV from opencv-doc's
     // pairs and imported with tools/stereo-import; the Aloe rig is synthetic.
     const Calibration aloeCalib = aloeCalibration(), rigCalib = loadCalibration(rig);
-    writeFile((out / "aloe.calib").string(), aloeCalib.data(), aloeCalib.size());
+    const std::string aloeCalibPath = fs::absolute(out / "aloe.calib").string();
+    writeFile(aloeCalibPath, aloeCalib.data(), aloeCalib.size());
 
     const YuvFrame left = loadFrame(aloeL, {}, Layout::NV21), right = loadFrame(aloeR, {}, Layout::NV21);
     const DepthMap disparity = loadDepth(aloeD, {});
@@ -125,7 +126,7 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
 
     {
         Section s{"Depth view: a new viewpoint from one image and its disparity",
-                  "kvdsr depthview --calib aloe.calib --image " + aloeL + " --depth " + aloeD + " --view-shift " +
+                  "kvdsr depthview --calib " + aloeCalibPath + " --image " + aloeL + " --depth " + aloeD + " --view-shift " +
                       shift + " --out depthview",
                   {}, {inAloeL, inDisp}, {}};
         YuvFrame o;
@@ -140,7 +141,7 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"Depth view, side by side",
-                  "kvdsr depthview --side-by-side --calib aloe.calib --image " + aloeL + " --depth " + aloeD +
+                  "kvdsr depthview --side-by-side --calib " + aloeCalibPath + " --image " + aloeL + " --depth " + aloeD +
                       " --view-shift " + shift + " --out depthview-sbs",
                   {}, {inAloeL, inDisp}, {}};
         YuvFrame o;
@@ -153,7 +154,7 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"Binocular: synthesis with gaps filled from the colour-matched right image",
-                  "kvdsr binocular --calib aloe.calib --left " + aloeL + " --right " + aloeR + " --depth " + aloeD +
+                  "kvdsr binocular --calib " + aloeCalibPath + " --left " + aloeL + " --right " + aloeR + " --depth " + aloeD +
                       " --view-shift " + shift + " --out binocular",
                   {}, {inAloeL, inAloeR, inDisp}, {}};
         YuvFrame o;
