@@ -131,6 +131,10 @@ run fs_format 2 "kvDSR_ERR_IMAGE_FORMAT" focal-shift --calib "$MOD" --first "$L"
 # ---- the other engines: outputs, or their status named ----
 rc=$(run_engine dv depthview --calib "$ALOE" --image "$AL" --depth "$AD" --view-shift 50 --out dv)
 [ "$rc" != 0 ] || [ -s dv-synth.png ] || fail "depthview: no output"
+# A 16-bit map (1/8 pixel, 1023 invalid) of another size but the same aspect class.
+D16=$(dirname "$0")/aloe-disparity16.png
+rc=$(run_engine dv16 depthview --calib "$ALOE" --image "$AL" --depth "$D16" --view-shift 50 --out dv16)
+[ "$rc" != 0 ] || [ -s dv16-synth.png ] || fail "depthview with a 16-bit map: no output"
 rc=$(run_engine dv_sbs depthview --side-by-side --calib "$ALOE" --image "$AL" --depth "$AD" --format i444 --out dvs)
 [ "$rc" != 0 ] || [ -s dvs.png ] || fail "depthview --side-by-side: no output"
 head -c $((640 * 360)) /dev/zero >wide.depth8
