@@ -30,6 +30,10 @@ FocalShiftState g_state;
 
 constexpr uint8_t kNeutralChroma = 128;
 
+// Small frames are not worth waking a team or a worker for; the result is
+// the same either way.
+inline bool worthThreads(size_t bytes) { return bytes >= (size_t(1) << 16); }
+
 inline size_t clampedCopy(size_t width, size_t s) { return s < width ? width - s : 0; }
 
 bool isShiftFormat(uint32_t f) { return f == kvDSR_FMT_YUV420SP || f == kvDSR_FMT_YUV420P; }
@@ -47,11 +51,14 @@ void shiftSideBySideFrame(uint8_t* dst, size_t dstChromaOffset, const uint8_t* s
         // Luma on one worker thread while this thread does the chroma rows.
         auto luma = [=] { shiftRowParts(dst, src, W, rows, 2, s); };
         std::thread worker;
-        try {
-            worker = std::thread(luma);
-        } catch (const std::system_error&) {
-            luma();  // no thread to be had: same result, serially
+        if (worthThreads(W * rows)) {
+            try {
+                worker = std::thread(luma);
+            } catch (const std::system_error&) {
+                // No thread to be had: the same rows, serially, below.
+            }
         }
+        if (!worker.joinable()) luma();
         shiftRowParts(dstChroma, srcChroma, W, chromaRows, 2, s);
         if (worker.joinable()) worker.join();
         return;
@@ -60,9 +67,10 @@ void shiftSideBySideFrame(uint8_t* dst, size_t dstChromaOffset, const uint8_t* s
     // Planar: a W-byte chroma row holds two rows of each view's W/4-wide plane.
     const long lumaRows = static_cast<long>(rows);
     const long cRows = static_cast<long>(chromaRows);
-#pragma omp parallel for schedule(dynamic, 1)
+    const bool team = worthThreads(W * rows);
+#pragma omp parallel for schedule(dynamic, 1) if (team)
     for (long r = 0; r < lumaRows; ++r) shiftRowParts(dst + r * W, src + r * W, W, 1, 2, s);
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (team)
     for (long r = 0; r < cRows; ++r) shiftRowParts(dstChroma + r * W, srcChroma + r * W, W, 1, 4, s / 2);
 }
 
@@ -94,12 +102,17 @@ void shiftRowParts(uint8_t* dst, const uint8_t* src, size_t width, size_t rows, 
 
 void halveRows(uint8_t* dst, const uint8_t* src, size_t outWidth, size_t rows, size_t unitBytes) {
     const long n = static_cast<long>(rows);
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (worthThreads(2 * outWidth * rows))
     for (long r = 0; r < n; ++r) {
         uint8_t* d = dst + r * outWidth;
         const uint8_t* s = src + r * 2 * outWidth;
         if (unitBytes == 2) {
-            for (size_t k = 0; k < outWidth; ++k) d[k] = s[(k / 2) * 4 + (k % 2)];
+            const size_t pairs = outWidth / 2;
+            for (size_t i = 0; i < pairs; ++i) {
+                d[2 * i] = s[4 * i];
+                d[2 * i + 1] = s[4 * i + 1];
+            }
+            if (outWidth % 2) d[outWidth - 1] = s[4 * pairs];
         } else {
             for (size_t k = 0; k < outWidth; ++k) d[k] = s[2 * k];
         }

@@ -68,7 +68,8 @@ run demo 0 "index.html" demo --out demo
 for img in $(grep -o 'src="[^"]*"' demo/index.html | sed 's/src="//; s/"//'); do
   [ -s "demo/$img" ] || fail "demo: index.html shows missing $img"
 done
-MOD=demo/module.calib
+MOD=$SAMPLES/chess-rig.calib
+MODULE_JSON=$SAMPLES/../sample-module.json
 ALOE=demo/aloe.calib
 
 # ---- usage ----
@@ -84,8 +85,15 @@ for f in fs-first.png fs-second.png fs-sbs.png fs-anaglyph.png; do [ -s "$f" ] |
 run fs_sbs_half 0 "640x480" focal-shift --side-by-side --half --calib "$MOD" --first "$L" --second "$R" \
   --distance 1000 --out fsh --raw fsh --format i420
 [ "$(size_of fsh.i420)" = $((640 * 480 * 3 / 2)) ] || fail "fs_sbs_half: raw output size"
-run fs_table 0 "shift -" focal-shift --print-table --calib "$MOD" --distance 1000 --width 640
+run fs_table 0 "shift -63 px" focal-shift --print-table --calib "$MOD" --distance 114 --width 640
 [ "$(grep -c '^[0-9]* [0-9.]* [0-9.]*$' fs_table.out)" = 1024 ] || fail "fs_table: not 1024 table rows"
+# Raw output piped: both views on standard output, messages on stderr.
+run fs_pipe 0 "" focal-shift --calib "$MOD" --first "$L" --second "$R" --distance 114 --out fsp --raw -
+[ "$(size_of fs_pipe.out)" = $((2 * 640 * 480 * 3 / 2)) ] || fail "fs_pipe: standard output is not two frames"
+# The calibration tool's JSON, packed on the fly.
+run fs_json 0 "shift -30 px" focal-shift --print-table --calib "$MODULE_JSON" --distance 1000 --width 640
+printf '{"bodies": 3}' >bad.json
+run bad_json 1 "not a calibration document" focal-shift --calib bad.json --first "$L" --second "$R"
 # A raw frame fed back in: the tool's own raw output is a valid input.
 run fs_raw_in 0 "wrote" focal-shift --calib "$MOD" --first fs-first.nv21 --second fs-second.nv21 \
   --format nv21 --size 640x480 --distance 1000 --out fsraw
@@ -117,11 +125,16 @@ run raw_depth_size 1 "bytes, but a depth8 map" depthview --calib "$ALOE" --image
 run bad_layout 1 "kvDSR_ERR_CAMERA_LAYOUT" focal-shift --camera-layout 7 --calib "$MOD" --first "$L" --second "$R"
 run short_calib 2 "kvDSR_ERR_CALIB_LENGTH" focal-shift --calib short.calib --first "$L" --second "$R"
 run empty_calib 1 "empty calibration" focal-shift --calib /dev/null --first "$L" --second "$R"
+run spr_format 1 "nv21 or nv12" spr --calib "$MOD" --first "$L" --second "$R" --out-size 320x240 --format i420
 run fs_format 2 "kvDSR_ERR_IMAGE_FORMAT" focal-shift --calib "$MOD" --first "$L" --second "$R" --format i444
 
 # ---- the other engines: outputs, or their status named ----
 rc=$(run_engine dv depthview --calib "$ALOE" --image "$AL" --depth "$AD" --view-shift 50 --out dv)
 [ "$rc" != 0 ] || [ -s dv-synth.png ] || fail "depthview: no output"
+# A 16-bit map (1/8 pixel, 1023 invalid) of another size but the same aspect class.
+D16=$(dirname "$0")/aloe-disparity16.png
+rc=$(run_engine dv16 depthview --calib "$ALOE" --image "$AL" --depth "$D16" --view-shift 50 --out dv16)
+[ "$rc" != 0 ] || [ -s dv16-synth.png ] || fail "depthview with a 16-bit map: no output"
 rc=$(run_engine dv_sbs depthview --side-by-side --calib "$ALOE" --image "$AL" --depth "$AD" --format i444 --out dvs)
 [ "$rc" != 0 ] || [ -s dvs.png ] || fail "depthview --side-by-side: no output"
 head -c $((640 * 360)) /dev/zero >wide.depth8

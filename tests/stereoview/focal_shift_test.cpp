@@ -284,6 +284,30 @@ TEST_P(FocalShiftSideBySide, HalfWidthIsTheFullWidthResultHalved) {
     for (size_t i = outW * H * 3 / 2; i < out.size(); ++i) ASSERT_EQ(out[i], kCanary);
 }
 
+// Frames large enough for the worker thread (0xF01) and the OpenMP team
+// (0xF05): the rows they share out must come out as the serial rule says.
+TEST_P(FocalShiftSideBySide, LargeFramesOnThreadsMatchTheRule) {
+#if !defined(__x86_64__) && !defined(__i386__)
+    GTEST_SKIP() << "threads do not run under the qemu-user of the cross builds";
+#endif
+    const uint32_t format = GetParam();
+    const uint16_t W = 640, H = 240;
+    ASSERT_EQ(initWith(100, W / 2, H), kvDSR_OK);
+    const size_t s = static_cast<size_t>(-focalshift::currentShift());
+    ASSERT_GT(s, 0u);
+    Bytes in = randomBytes(size_t{W} * H * 3 / 2, 6), full(in.size(), kCanary), half(in.size() / 2, kCanary);
+    kvDSR_ImageDesc d = desc(format, in);
+    ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(full.data(), W, H, &d, W, H), kvDSR_OK);
+    EXPECT_EQ(full, expectedSideBySide(in, format, W, H, s, kCanary));
+    ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(half.data(), W / 2, H, &d, W, H), kvDSR_OK);
+    const Bytes buffered = expectedSideBySide(in, format, W, H, s, 0);
+    for (size_t r = 0; r < size_t{H} * 3 / 2; ++r)
+        for (size_t k = 0; k < W / 2; ++k) {
+            const size_t from = r * W + (format == kvDSR_FMT_YUV420SP ? (k / 2) * 4 + k % 2 : 2 * k);
+            ASSERT_EQ(half[r * (W / 2) + k], buffered[from]) << r << "," << k;
+        }
+}
+
 INSTANTIATE_TEST_SUITE_P(Formats, FocalShiftSideBySide,
                          ::testing::Values(kvDSR_FMT_YUV420SP, kvDSR_FMT_YUV420P));
 

@@ -97,11 +97,13 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     fs::create_directories(out);
     const std::string aloeL = (data / "aloe-left.jpg").string(), aloeR = (data / "aloe-right.jpg").string(),
                       aloeD = (data / "aloe-disparity.png").string(), chessL = (data / "chess-left.jpg").string(),
-                      chessR = (data / "chess-right.jpg").string();
+                      chessR = (data / "chess-right.jpg").string(), rig = (data / "chess-rig.calib").string();
 
-    const Calibration aloeCalib = aloeCalibration(), moduleCalib = moduleCalibration();
-    writeFile((out / "aloe.calib").string(), aloeCalib.data(), aloeCalib.size());
-    writeFile((out / "module.calib").string(), moduleCalib.data(), moduleCalib.size());
+    // The chessboard rig's calibration was made by OpenCV from opencv-doc's
+    // pairs and imported with tools/stereo-import; the Aloe rig is synthetic.
+    const Calibration aloeCalib = aloeCalibration(), rigCalib = loadCalibration(rig);
+    const std::string aloeCalibPath = fs::absolute(out / "aloe.calib").string();
+    writeFile(aloeCalibPath, aloeCalib.data(), aloeCalib.size());
 
     const YuvFrame left = loadFrame(aloeL, {}, Layout::NV21), right = loadFrame(aloeR, {}, Layout::NV21);
     const DepthMap disparity = loadDepth(aloeD, {});
@@ -113,6 +115,10 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     png(out, "in-chess-second.png", chess2);
 
     const std::string shift = std::to_string(kAloeViewShift);
+    // In the rig's units (chessboard squares): the distance whose shift
+    // brings the board of the first pair (126 px apart) into line.
+    constexpr uint16_t kChessDistance = 114;
+    const std::string dist = std::to_string(kChessDistance);
     std::vector<Section> sections;
     const std::pair<std::string, std::string> inAloeL{"left image", "in-aloe-left.png"},
         inAloeR{"right image", "in-aloe-right.png"}, inDisp{"disparity (left view)", "in-aloe-disparity.png"},
@@ -120,7 +126,7 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
 
     {
         Section s{"Depth view: a new viewpoint from one image and its disparity",
-                  "kvdsr depthview --calib aloe.calib --image " + aloeL + " --depth " + aloeD + " --view-shift " +
+                  "kvdsr depthview --calib " + aloeCalibPath + " --image " + aloeL + " --depth " + aloeD + " --view-shift " +
                       shift + " --out depthview",
                   {}, {inAloeL, inDisp}, {}};
         YuvFrame o;
@@ -135,7 +141,7 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"Depth view, side by side",
-                  "kvdsr depthview --side-by-side --calib aloe.calib --image " + aloeL + " --depth " + aloeD +
+                  "kvdsr depthview --side-by-side --calib " + aloeCalibPath + " --image " + aloeL + " --depth " + aloeD +
                       " --view-shift " + shift + " --out depthview-sbs",
                   {}, {inAloeL, inDisp}, {}};
         YuvFrame o;
@@ -148,7 +154,7 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"Binocular: synthesis with gaps filled from the colour-matched right image",
-                  "kvdsr binocular --calib aloe.calib --left " + aloeL + " --right " + aloeR + " --depth " + aloeD +
+                  "kvdsr binocular --calib " + aloeCalibPath + " --left " + aloeL + " --right " + aloeR + " --depth " + aloeD +
                       " --view-shift " + shift + " --out binocular",
                   {}, {inAloeL, inAloeR, inDisp}, {}};
         YuvFrame o;
@@ -161,11 +167,11 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"Stereo view: both frames rectified through the calibration's maps",
-                  "kvdsr stereoview --calib module.calib --first " + chessL + " --second " + chessR +
+                  "kvdsr stereoview --calib " + rig + " --first " + chessL + " --second " + chessR +
                       " --out stereoview",
                   {}, {inChess1, inChess2}, {}};
         YuvFrame o1, o2;
-        s.status = runStereoview(moduleCalib, chess1, chess2, o1, o2);
+        s.status = runStereoview(rigCalib, chess1, chess2, o1, o2);
         if (s.status.ok()) {
             png(out, "stereoview-first.png", o1);
             png(out, "stereoview-second.png", o2);
@@ -178,11 +184,11 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"Stereo view, side by side",
-                  "kvdsr stereoview --side-by-side --calib module.calib --first " + chessL + " --second " + chessR +
+                  "kvdsr stereoview --side-by-side --calib " + rig + " --first " + chessL + " --second " + chessR +
                       " --out stereoview-sbs",
                   {}, {inChess1, inChess2}, {}};
         YuvFrame o;
-        s.status = runStereoviewSideBySide(moduleCalib, chess1, chess2, o);
+        s.status = runStereoviewSideBySide(rigCalib, chess1, chess2, o);
         if (s.status.ok()) {
             png(out, "stereoview-sbs.png", o);
             s.outputs = {{"camera 1 | camera 2", "stereoview-sbs.png"}};
@@ -191,11 +197,11 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"SPR: rectified and scaled to 320x240",
-                  "kvdsr spr --calib module.calib --first " + chessL + " --second " + chessR +
+                  "kvdsr spr --calib " + rig + " --first " + chessL + " --second " + chessR +
                       " --out-size 320x240 --out spr",
                   {}, {inChess1, inChess2}, {}};
         YuvFrame o1, o2;
-        s.status = runSpr(moduleCalib, chess1, chess2, 320, 240, o1, o2);
+        s.status = runSpr(rigCalib, chess1, chess2, 320, 240, o1, o2);
         if (s.status.ok()) {
             png(out, "spr-first.png", o1);
             png(out, "spr-second.png", o2);
@@ -204,12 +210,12 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
         sections.push_back(s);
     }
     {
-        Section s{"Focal alignment shift: views slid so that objects at 1000 mm coincide",
-                  "kvdsr focal-shift --calib module.calib --first " + chessL + " --second " + chessR +
-                      " --distance 1000 --out focal-shift",
+        Section s{"Focal alignment shift: views slid so that the chessboard's distance lines up",
+                  "kvdsr focal-shift --calib " + rig + " --first " + chessL + " --second " + chessR + " --distance " +
+                      dist + " --out focal-shift",
                   {}, {inChess1, inChess2}, {}};
         YuvFrame o1, o2;
-        s.status = runFocalShift(moduleCalib, 1000, chess1, chess2, o1, o2);
+        s.status = runFocalShift(rigCalib, kChessDistance, chess1, chess2, o1, o2);
         if (s.status.ok()) {
             png(out, "focal-shift-first.png", o1);
             png(out, "focal-shift-second.png", o2);
@@ -222,12 +228,12 @@ int runDemo(const std::string& outDir, const std::string& dataDir, bool strict) 
     }
     {
         Section s{"Focal alignment shift, side by side and halved",
-                  "kvdsr focal-shift --side-by-side --half --calib module.calib --first " + chessL + " --second " +
-                      chessR + " --distance 1000 --out focal-shift-sbs",
+                  "kvdsr focal-shift --side-by-side --half --calib " + rig + " --first " + chessL + " --second " +
+                      chessR + " --distance " + dist + " --out focal-shift-sbs",
                   {}, {inChess1, inChess2}, {}};
         const YuvFrame sbs = rgbToFrame(sideBySide(frameToRgb(chess1), frameToRgb(chess2)), Layout::NV21);
         YuvFrame o;
-        s.status = runFocalShiftSideBySide(moduleCalib, 1000, sbs, true, o);
+        s.status = runFocalShiftSideBySide(rigCalib, kChessDistance, sbs, true, o);
         if (s.status.ok()) {
             png(out, "focal-shift-sbs.png", o);
             s.outputs = {{"side by side, half width", "focal-shift-sbs.png"}};

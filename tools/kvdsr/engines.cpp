@@ -1,6 +1,8 @@
 #include "engines.h"
 
 #include <cstring>
+#include <stdexcept>
+#include <string>
 
 namespace kvdsrtool {
 namespace {
@@ -19,6 +21,13 @@ Status sequence(const char* initName, Init init, const char* runName, Run run, C
     return s;
 }
 
+// Engine sizes are 16-bit; a larger frame (two wide views side by side, say)
+// is refused rather than wrapped.
+uint16_t dim(int v) {
+    if (v < 0 || v > 65535) throw std::invalid_argument("frame size " + std::to_string(v) + " exceeds 65535");
+    return static_cast<uint16_t>(v);
+}
+
 uint32_t sizeOf(const Calibration& c) { return static_cast<uint32_t>(c.size()); }
 const uint8_t* dataOf(const Calibration& c) { return c.empty() ? nullptr : c.data(); }
 
@@ -33,10 +42,10 @@ kvDSR_ImageDesc DepthMap::desc() {
 
 Status runDepthview(const Calibration& calib, YuvFrame image, DepthMap depth, uint16_t viewShift,
                     bool sideBySide, YuvFrame& out) {
-    const auto w = static_cast<uint16_t>(image.width), h = static_cast<uint16_t>(image.height);
+    const auto w = dim(image.width), h = dim(image.height);
     out = makeFrame(image.layout, sideBySide ? 2 * image.width : image.width, image.height);
     kvDSR_ImageDesc img = image.desc(), dep = depth.desc();
-    const auto dw = static_cast<uint16_t>(depth.width), dh = static_cast<uint16_t>(depth.height);
+    const auto dw = dim(depth.width), dh = dim(depth.height);
     return sequence(
         "kvDSR_Init",
         [&] { return kvDSR_Init(dataOf(calib), sizeOf(calib), nullptr, 0, w, h, dw, dh, viewShift); },
@@ -51,10 +60,10 @@ Status runDepthview(const Calibration& calib, YuvFrame image, DepthMap depth, ui
 Status runBinocular(const Calibration& calib, const YuvFrame& left, YuvFrame right, DepthMap depth,
                     uint16_t viewShift, YuvFrame& out) {
     YuvFrame l = left;
-    const auto w = static_cast<uint16_t>(l.width), h = static_cast<uint16_t>(l.height);
+    const auto w = dim(l.width), h = dim(l.height);
     out = makeFrame(l.layout, l.width, l.height);
     kvDSR_ImageDesc dl = l.desc(), dr = right.desc(), dep = depth.desc();
-    const auto dw = static_cast<uint16_t>(depth.width), dh = static_cast<uint16_t>(depth.height);
+    const auto dw = dim(depth.width), dh = dim(depth.height);
     return sequence(
         "kvDSR_Binocular_Init",
         [&] { return kvDSR_Binocular_Init(dataOf(calib), sizeOf(calib), nullptr, 0, w, h, dw, dh, viewShift); },
@@ -65,7 +74,7 @@ Status runBinocular(const Calibration& calib, const YuvFrame& left, YuvFrame rig
 
 Status runStereoview(const Calibration& calib, YuvFrame first, YuvFrame second, YuvFrame& outFirst,
                      YuvFrame& outSecond) {
-    const auto w = static_cast<uint16_t>(first.width), h = static_cast<uint16_t>(first.height);
+    const auto w = dim(first.width), h = dim(first.height);
     outFirst = makeFrame(first.layout, w, h);
     outSecond = makeFrame(second.layout, second.width, second.height);
     kvDSR_ImageDesc d1 = first.desc(), d2 = second.desc();
@@ -78,7 +87,7 @@ Status runStereoview(const Calibration& calib, YuvFrame first, YuvFrame second, 
 }
 
 Status runStereoviewSideBySide(const Calibration& calib, YuvFrame first, YuvFrame second, YuvFrame& out) {
-    const auto w = static_cast<uint16_t>(first.width), h = static_cast<uint16_t>(first.height);
+    const auto w = dim(first.width), h = dim(first.height);
     out = makeFrame(first.layout, 2 * first.width, first.height);
     kvDSR_ImageDesc d1 = first.desc(), d2 = second.desc();
     return sequence(
@@ -91,8 +100,8 @@ Status runStereoviewSideBySide(const Calibration& calib, YuvFrame first, YuvFram
 
 Status runSpr(const Calibration& calib, YuvFrame first, YuvFrame second, int outWidth, int outHeight,
               YuvFrame& outFirst, YuvFrame& outSecond) {
-    const auto w = static_cast<uint16_t>(first.width), h = static_cast<uint16_t>(first.height);
-    const auto ow = static_cast<uint16_t>(outWidth), oh = static_cast<uint16_t>(outHeight);
+    const auto w = dim(first.width), h = dim(first.height);
+    const auto ow = dim(outWidth), oh = dim(outHeight);
     outFirst = makeFrame(first.layout, ow, oh);
     outSecond = makeFrame(second.layout, ow, oh);
     kvDSR_ImageDesc d1 = first.desc(), d2 = second.desc();
@@ -105,7 +114,7 @@ Status runSpr(const Calibration& calib, YuvFrame first, YuvFrame second, int out
 
 Status runFocalShift(const Calibration& calib, uint16_t distance, YuvFrame first, YuvFrame second,
                      YuvFrame& outFirst, YuvFrame& outSecond) {
-    const auto w = static_cast<uint16_t>(first.width), h = static_cast<uint16_t>(first.height);
+    const auto w = dim(first.width), h = dim(first.height);
     outFirst = makeFrame(first.layout, w, h);
     outSecond = makeFrame(second.layout, w, h);
     kvDSR_ImageDesc d1 = first.desc(), d2 = second.desc();
@@ -124,13 +133,13 @@ Status runFocalShift(const Calibration& calib, uint16_t distance, YuvFrame first
 
 Status runFocalShiftSideBySide(const Calibration& calib, uint16_t distance, YuvFrame frame, bool half,
                                YuvFrame& out) {
-    const auto W = static_cast<uint16_t>(frame.width), h = static_cast<uint16_t>(frame.height);
+    const auto W = dim(frame.width), h = dim(frame.height);
     const uint32_t outWidth = half ? W / 2u : W;
     out = makeFrame(frame.layout, static_cast<int>(outWidth), h);
     kvDSR_ImageDesc d = frame.desc();
     // Init takes the single-view width: the intermediate buffer holds a
     // frame twice that wide.
-    const auto initWidth = static_cast<uint16_t>(W / 2);
+    const auto initWidth = dim(W / 2);
     return sequence(
         "kvDSR_StereoView_FocalAlignmentShift_Init",
         [&] {

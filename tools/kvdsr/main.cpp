@@ -22,7 +22,8 @@ namespace {
 
 struct Common {
     std::string calib;
-    int cameraLayout = 0;  // 0: leave the library's default
+    int64_t cameraLayout = 0;
+    CLI::Option* cameraLayoutOption = nullptr;
     std::string out = "kvdsr-out";
     std::string raw;
     ImageOptions image;
@@ -31,28 +32,38 @@ struct Common {
 void addCommon(CLI::App* app, Common& c, bool needsCalib = true) {
     auto* opt = app->add_option("--calib", c.calib, "calibration: container file, or JSON of the calibration tool");
     if (needsCalib) opt->required();
-    app->add_option("--camera-layout", c.cameraLayout, "camera layout 1..4 (default: the library's, 4)");
+    c.cameraLayoutOption =
+        app->add_option("--camera-layout", c.cameraLayout, "camera layout 1..4 (default: the library's, 4)");
     app->add_option("--out", c.out, "output prefix for PNG files (default kvdsr-out)");
-    app->add_option("--raw", c.raw, "also write the raw YUV output to this prefix");
+    app->add_option("--raw", c.raw, "also write the raw YUV output to this prefix (- : standard output)");
     app->add_option("--format", c.image.format,
                     "nv21|nv12|i420|i444: layout of raw input, or the conversion target for PNG/JPEG input");
     app->add_option("--size", c.image.size, "WxH of raw YUV input");
 }
 
 void applyLayout(const Common& c) {
-    if (c.cameraLayout == 0) return;
+    if (!c.cameraLayoutOption || c.cameraLayoutOption->count() == 0) return;
     const uint32_t rc = kvDSR_CameraLayout_Set(static_cast<uint32_t>(c.cameraLayout));
     if (rc != kvDSR_OK) throw std::invalid_argument(describeStatus("kvDSR_CameraLayout_Set", rc));
 }
 
+// Raw frames go to a file, or to standard output for "-" (pairs: first
+// view, then second), so that they can be piped; messages go to stderr.
+void writeRaw(const std::string& path, const YuvFrame& f) {
+    if (path == "-") {
+        std::cout.write(reinterpret_cast<const char*>(f.data.data()), static_cast<std::streamsize>(f.data.size()));
+        std::cout.flush();
+        if (!std::cout) throw std::runtime_error("writing to standard output failed");
+        return;
+    }
+    writeFile(path, f.data.data(), f.data.size());
+    std::cerr << "wrote " << path << "\n";
+}
+
 void writeSingle(const std::string& prefix, const std::string& raw, const YuvFrame& f) {
     writeRgbPng(prefix + ".png", frameToRgb(f));
-    std::cout << "wrote " << prefix << ".png (" << f.width << "x" << f.height << ")\n";
-    if (!raw.empty()) {
-        const std::string path = raw + "." + layoutName(f.layout);
-        writeFile(path, f.data.data(), f.data.size());
-        std::cout << "wrote " << path << "\n";
-    }
+    std::cerr << "wrote " << prefix << ".png (" << f.width << "x" << f.height << ")\n";
+    if (!raw.empty()) writeRaw(raw == "-" ? raw : raw + "." + layoutName(f.layout), f);
 }
 
 // A stereo pair: each view, the two side by side (a left) and a red-cyan anaglyph.
@@ -61,16 +72,18 @@ void writePair(const std::string& prefix, const std::string& raw, const YuvFrame
     const RgbImage ra = frameToRgb(a), rb = frameToRgb(b);
     writeRgbPng(prefix + "-" + nameA + ".png", ra);
     writeRgbPng(prefix + "-" + nameB + ".png", rb);
-    std::cout << "wrote " << prefix << "-" << nameA << ".png, " << prefix << "-" << nameB << ".png\n";
+    std::cerr << "wrote " << prefix << "-" << nameA << ".png, " << prefix << "-" << nameB << ".png\n";
     if (ra.width == rb.width && ra.height == rb.height) {
         writeRgbPng(prefix + "-sbs.png", sideBySide(ra, rb));
         writeRgbPng(prefix + "-anaglyph.png", anaglyph(ra, rb));
-        std::cout << "wrote " << prefix << "-sbs.png, " << prefix << "-anaglyph.png\n";
+        std::cerr << "wrote " << prefix << "-sbs.png, " << prefix << "-anaglyph.png\n";
     }
-    if (!raw.empty()) {
-        writeFile(raw + "-" + nameA + "." + layoutName(a.layout), a.data.data(), a.data.size());
-        writeFile(raw + "-" + nameB + "." + layoutName(b.layout), b.data.data(), b.data.size());
-        std::cout << "wrote " << raw << "-" << nameA << "." << layoutName(a.layout) << " and -" << nameB << "\n";
+    if (raw == "-") {
+        writeRaw(raw, a);
+        writeRaw(raw, b);
+    } else if (!raw.empty()) {
+        writeRaw(raw + "-" + nameA + "." + layoutName(a.layout), a);
+        writeRaw(raw + "-" + nameB + "." + layoutName(b.layout), b);
     }
 }
 
@@ -259,6 +272,9 @@ int main(int argc, char** argv) {
             YuvFrame first = loadFrame(spFirst, sp.image, Layout::NV21);
             YuvFrame second = loadFrame(spSecond, sp.image, Layout::NV21);
             requireSameSize(first, second, "spr");
+            // The engine ignores any other format and still returns 0.
+            if (first.layout != Layout::NV21 && first.layout != Layout::NV12)
+                throw std::invalid_argument("spr takes nv21 or nv12 frames only");
             int ow = 0, oh = 0;
             parseSize(spOutSize, ow, oh);
             if (ow % 2 || oh % 2) throw std::invalid_argument("--out-size must be even in both directions");

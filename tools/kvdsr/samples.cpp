@@ -37,9 +37,4 @@ Calibration aloeCalibration() {
     return cp::packKind3(body);
 }
 
-Calibration moduleCalibration() {
-    namespace cp = kvdsr::calibpack;
-    return cp::packContainer(cp::sampleModule(), 1547);
-}
-
 }  // namespace kvdsrtool

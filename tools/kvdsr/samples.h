@@ -1,4 +1,4 @@
-// Calibrations the demo and the quality report run with, packed by the
+// The calibration the Aloe demo and quality report run with, packed by the
 // calibration packer library.
 #pragma once
 
@@ -12,9 +12,5 @@ namespace kvdsrtool {
 // disparity map is scaled with it).
 constexpr uint16_t kAloeViewShift = 50;
 Calibration aloeCalibration();
-
-// The packer's realistic phone module (three bodies, kind 3), used for the
-// rectifying engines and the focal alignment shift.
-Calibration moduleCalibration();
 
 }  // namespace kvdsrtool

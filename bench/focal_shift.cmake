@@ -1,0 +1,2 @@
+kvdsr_add_bench(bench_focal_shift ${CMAKE_CURRENT_LIST_DIR}/focal_shift_bench.cpp)
+target_link_libraries(bench_focal_shift PRIVATE kvdsr_calibpack)
