@@ -19,6 +19,10 @@ namespace kvdsr::stereoview {
 
 namespace {
 
+// Below this many luma pixels the chroma split costs less than starting its
+// worker thread (the same threshold below which the warps skip their team).
+constexpr std::size_t kWorkerMinPixels = std::size_t(1) << 15;
+
 // The half-size crops are fixed, deliberately independent of the calibration.
 constexpr CropRect kHalfCrops[2] = {{0, 150, 1599, 1049}, {0, 390, 4159, 2729}};
 
@@ -158,11 +162,13 @@ uint32_t runSideBySide(uint8_t* out, const kvDSR_ImageDesc& imageSecond, const k
             splitVU(imageSecond.plane[1], width, splitSecond, splitSecond + chroma, hw, hh);
         };
         std::thread worker;
-        try {
-            worker = std::thread(split);
-        } catch (const std::system_error&) {
-            split();  // no thread available: same result, one thread
+        if (luma >= kWorkerMinPixels) {
+            try {
+                worker = std::thread(split);
+            } catch (const std::system_error&) {
+            }
         }
+        if (!worker.joinable()) split();  // small frame, or no thread to be had
         warpPlane(st.fullMap, 1, first, imageFirst.plane[0]);
         warpPlane(st.fullMap, 2, second, imageSecond.plane[0]);
         if (worker.joinable()) worker.join();
