@@ -19,4 +19,9 @@ uint32_t run(uint8_t* out, const kvDSR_ImageDesc& left, const kvDSR_ImageDesc& r
              uint16_t height, const kvDSR_ImageDesc& depth, uint16_t depthWidth, uint16_t depthHeight);
 uint32_t close();
 
+// Read-only views for tests and tools (null before init): the depth levels of
+// the last depth pass at image size, and the landing table.
+const uint16_t* levelMap();
+const uint16_t* landingTable();
+
 }  // namespace kvdsr::binocular

@@ -103,7 +103,7 @@ Axis bilinearAxis(int src, int dst) {
     a.offset = allocArray<uint32_t>(size_t(dst) + 1);
     a.weight = allocArray<uint16_t>(2 * size_t(dst));
     const int64_t step = (int64_t(src) << 8) / dst, stepRem = (int64_t(src) << 8) % dst;
-    const int64_t start = (int64_t(src) - dst) << 7;
+    const int64_t start = (int64_t(src) - dst) * 128;  // half a pixel of each, in 1/256
     int64_t pos = floorDiv(start, dst), rem = start - pos * dst;
     uint32_t n = 0;
     for (int x = 0; x < dst; ++x) {
@@ -286,11 +286,31 @@ void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, 
         return;
     }
     const Axis ax = makeAxis(srcW, dstW), ay = makeAxis(srcH, dstH);
+    // Enlarging axes have at most two taps; they run through fixed two-tap
+    // loops (a single tap is the same sum with a zero second weight).
+    const bool twoTapX = dstW >= srcW, twoTapY = dstH >= srcH;
+    std::unique_ptr<int32_t[]> second;
+    std::unique_ptr<uint16_t[]> w0, w1;
+    if (twoTapX) {
+        second = allocArray<int32_t>(size_t(dstW));
+        w0 = allocArray<uint16_t>(size_t(dstW));
+        w1 = allocArray<uint16_t>(size_t(dstW));
+        for (int x = 0; x < dstW; ++x) {
+            const bool two = ax.offset[x + 1] - ax.offset[x] == 2;
+            second[x] = ax.first[x] + (two ? 1 : 0);
+            w0[x] = ax.weight[ax.offset[x]];
+            w1[x] = two ? ax.weight[ax.offset[x] + 1] : 0;
+        }
+    }
     // Horizontal pass keeps 1/256 fractions; the vertical pass drops both.
 #pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(srcH) * dstW))
     for (int y = 0; y < srcH; ++y) {
         const uint16_t* s = src + size_t(y) * srcW;
         uint32_t* h = scratch + size_t(y) * dstW;
+        if (twoTapX) {
+            for (int x = 0; x < dstW; ++x) h[x] = w0[x] * uint32_t(s[ax.first[x]]) + w1[x] * uint32_t(s[second[x]]);
+            continue;
+        }
         for (int x = 0; x < dstW; ++x) {
             const uint16_t* tap = s + ax.first[x];
             uint32_t acc = 0;
@@ -303,6 +323,13 @@ void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, 
         uint16_t* d = dst + size_t(y) * dstW;
         const uint32_t t0 = ay.offset[y], t1 = ay.offset[y + 1];
         const uint32_t* rows = scratch + size_t(ay.first[y]) * dstW;
+        if (twoTapY) {
+            const bool two = t1 - t0 == 2;
+            const uint32_t* r1 = two ? rows + dstW : rows;
+            const uint32_t a = ay.weight[t0], b = two ? ay.weight[t0 + 1] : 0;
+            for (int x = 0; x < dstW; ++x) d[x] = uint16_t((a * rows[x] + b * r1[x]) >> 16);
+            continue;
+        }
         for (int x = 0; x < dstW; ++x) {
             uint32_t acc = 0;
             for (uint32_t t = t0, k = 0; t < t1; ++t, ++k) acc += ay.weight[t] * rows[size_t(k) * dstW + x];

@@ -118,6 +118,13 @@ void copyPaddedPlanes(uint8_t* packed, const kvDSR_ImageDesc& image, size_t w, s
             std::memcpy(packed + (i * h + y) * w, image.plane[i] + y * image.stride[i], w);
 }
 
+// 0xF01 frames the 4:4:4 conversion accepts go through the fused 4:2:0
+// synthesis (same bytes); the others through the 4:4:4 images.
+bool directStrides(const kvDSR_ImageDesc& image, uint32_t width) {
+    const uint32_t sy = image.stride[0], suv = image.stride[1];
+    return width > 0 && (sy == 0 || sy >= width) && (suv == 0 || suv >= width);
+}
+
 // 0xF01 input to a packed 4:4:4 image. A conversion the converter refuses
 // (stride below the width) leaves a defined all-zero image.
 void to444(uint8_t* dst, const kvDSR_ImageDesc& image, uint32_t w, uint32_t h) {
@@ -228,6 +235,11 @@ uint32_t run(uint8_t* out, const kvDSR_ImageDesc& image, uint32_t width, uint32_
     const uint16_t* depthMap = s.depthUpscaled.get();
     if (image.format == kvDSR_FMT_YUV420SP) {
         if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
+        if (directStrides(image, width)) {
+            synthesizeView420({out, out + plane, false, image.plane[0], image.stride[0], image.plane[1],
+                               image.stride[1], depthMap, table, s.firstColumn, int(width), int(height)});
+            return kvDSR_OK;
+        }
         uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
         uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 3 * plane);
         to444(src, image, width, height);
@@ -288,6 +300,11 @@ uint32_t runSideBySide(uint8_t* out, const kvDSR_ImageDesc& image, uint16_t widt
     };
     if (image.format == kvDSR_FMT_YUV420SP) {
         if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
+        if (directStrides(image, width)) {
+            synthesizeView420({out, out + h * outWidth, true, image.plane[0], image.stride[0], image.plane[1],
+                               image.stride[1], depthMap, table, s.firstColumn, width, height});
+            return kvDSR_OK;
+        }
         uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
         uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 6 * plane);
         to444(src, image, width, height);

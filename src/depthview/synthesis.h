@@ -40,4 +40,25 @@ void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t*
 void synthesizeViewSideBySide(uint8_t* dst, const uint8_t* src, const uint16_t* depthUpscaled,
                               const uint16_t* shiftTable, int32_t firstColumn, int width, int height);
 
+// 4:2:0 pseudo-planar in and out, byte for byte what converting the input to
+// 4:4:4, synthesising into a cleared 4:4:4 image (side by side: next to the
+// input) and converting back gives, without the 4:4:4 images: chroma is only
+// synthesised on the rows the 4:2:0 output keeps. The input strides must be
+// 0 or at least the width; the output is packed (outY rows width, or
+// 2 * width side by side, apart; outUV likewise).
+struct View420 {
+    uint8_t* outY;
+    uint8_t* outUV;
+    bool sideBySide;
+    const uint8_t* srcY;
+    uint32_t strideY;
+    const uint8_t* srcUV;
+    uint32_t strideUV;
+    const uint16_t* depthUpscaled;
+    const uint16_t* shiftTable;
+    int32_t firstColumn;
+    int width, height;
+};
+void synthesizeView420(const View420& v);
+
 }  // namespace kvdsr::depthview

@@ -5,6 +5,9 @@
 
 #include "calibration/calib_block.h"
 #include "common/alloc.h"
+#include <omp.h>
+
+#include "remap/pair_math.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
 
@@ -30,13 +33,35 @@ void extend(DistortionTable& t) {
     for (int i = 1; i < t.count; ++i) t.largestRadius = std::max(t.largestRadius, t.radius[i]);
 }
 
+inline double interpolate(const DistortionTable& t, int i, double r) {
+    const double d = t.distortion[i - 1] +
+                     (r - t.radius[i - 1]) * (t.distortion[i] - t.distortion[i - 1]) / (t.radius[i] - t.radius[i - 1]);
+    return 1 + d * 0.01;
+}
+
+bool ascending(const DistortionTable& t) {
+    for (int i = 1; i < t.count; ++i)
+        if (!(t.radius[i - 1] <= t.radius[i])) return false;
+    return true;
+}
+
+// In an ascending table the first i >= 1 with r < R_i is the one boundary
+// index, so it can be found by walking from the previous pixel's.
+inline bool searchFrom(const DistortionTable& t, double r, int* hint, double* factor) {
+    int i = *hint;
+    while (i > 1 && r < t.radius[i - 1]) --i;
+    while (i < t.count && !(r < t.radius[i])) ++i;
+    if (i == t.count) return false;
+    *hint = i;
+    *factor = interpolate(t, i, r);
+    return true;
+}
+
 // First entry i >= 1 with r < R_i, interpolated from i-1; false if none.
 inline bool searchFactor(const DistortionTable& t, double r, double* factor) {
     for (int i = 1; i < t.count; ++i) {
         if (r < t.radius[i]) {
-            const double d = t.distortion[i - 1] + (r - t.radius[i - 1]) * (t.distortion[i] - t.distortion[i - 1]) /
-                                                       (t.radius[i] - t.radius[i - 1]);
-            *factor = 1 + d * 0.01;
+            *factor = interpolate(t, i, r);
             return true;
         }
     }
@@ -167,21 +192,31 @@ uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double*
         t[y] = y * ay.a - ay.b;
     }
 
-    const double pitch = model.pixelPitch, cx = model.cx, cy = model.cy;
-    int beyond = 0;
+    const double pitch = model.pixelPitch;
+    const bool sorted = ascending(table);
+    const pair::Pair centre = pair::make(model.cx, model.cy);
     const bool parallel = uint64_t(w) * uint64_t(h) >= kParallelMinPixels;
+    const int teams = parallel ? std::max(1, omp_get_max_threads()) : 1;
+    auto radiusRows = allocArray<double>(size_t(teams) * w);  // one row of radii per thread
+    int beyond = 0;
 #pragma omp parallel for schedule(dynamic, 1) reduction(| : beyond) if (parallel)
     for (int y = 0; y < h; ++y) {
+        double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
+        const double ty = t[y];
+        for (int x = 0; x < w; ++x) r[x] = radiusAt(q[x], ty, pitch);
         double* row = map + size_t(y) * w * 2;
         double f = 1.0;  // reused where the table gives nothing
+        int hint = 1;
         for (int x = 0; x < w; ++x) {
-            const double r = radiusAt(q[x], t[y], pitch);
-            if (r < table.largestRadius)
-                searchFactor(table, r, &f);
-            else
+            if (r[x] < table.largestRadius) {
+                if (sorted)
+                    searchFrom(table, r[x], &hint, &f);
+                else
+                    searchFactor(table, r[x], &f);
+            } else {
                 beyond = 1;
-            row[2 * x] = cx + f * u[x];
-            row[2 * x + 1] = cy + f * v[y];
+            }
+            pair::store(row + 2 * x, pair::add(centre, pair::mul(pair::splat(f), pair::make(u[x], v[y]))));
         }
     }
     return beyond ? kMapBeyondTable : kMapOk;

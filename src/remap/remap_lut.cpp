@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "remap/pair_math.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
 
@@ -11,19 +12,27 @@ namespace {
 
 // Strict test: the right and lower neighbours must exist, so X = srcWidth-1
 // is already outside. Unusable points get offset 0 and weights 0.
-inline void storeEntry(double X, double Y, uint32_t srcWidth, uint32_t srcHeight, uint32_t* offset,
-                       uint16_t* columnWeight, uint16_t* rowWeight) {
-    if (X >= 0 && Y >= 0 && X < double(srcWidth) - 1 && Y < double(srcHeight) - 1) {
-        const uint32_t ix = uint32_t(X), iy = uint32_t(Y);
-        *offset = ix + srcWidth * iy;
-        *columnWeight = uint16_t((double(ix) + 1 - X) * 1024);
-        *rowWeight = uint16_t((double(iy) + 1 - Y) * 1024);
-    } else {
-        *offset = 0;
-        *columnWeight = 0;
-        *rowWeight = 0;
+struct EntryWriter {
+    pair::Pair low = pair::splat(0.0), high, one = pair::splat(1.0), scale = pair::splat(1024.0);
+    uint32_t srcWidth;
+    EntryWriter(uint32_t w, uint32_t h) : high(pair::make(double(w) - 1, double(h) - 1)), srcWidth(w) {}
+
+    inline void operator()(pair::Pair xy, uint32_t* offset, uint16_t* columnWeight, uint16_t* rowWeight) const {
+        if (pair::inside(xy, low, high)) {
+            int32_t ix, iy, wc, wr;
+            pair::Pair whole;
+            pair::truncate(xy, &ix, &iy, &whole);
+            pair::truncate(pair::mul(pair::sub(pair::add(whole, one), xy), scale), &wc, &wr, nullptr);
+            *offset = uint32_t(ix) + srcWidth * uint32_t(iy);
+            *columnWeight = uint16_t(wc);
+            *rowWeight = uint16_t(wr);
+        } else {
+            *offset = 0;
+            *columnWeight = 0;
+            *rowWeight = 0;
+        }
     }
-}
+};
 
 // Map index and fraction along one axis, clamped to the grid; false for NaN.
 inline bool clampIndex(double c, int size, int* i0, int* i1, double* frac) {
@@ -88,6 +97,9 @@ void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t
         for (int i = 0; i < 9; ++i) h[i] = warpMatrix[i];
 
     const bool parallel = uint64_t(last - first + 1) * uint64_t(bottom - top + 1) >= kParallelMinPixels;
+    const EntryWriter write(srcWidth, srcHeight);
+    const pair::Pair invalid = pair::splat(-1.0);
+
 #pragma omp parallel for schedule(dynamic, 1) if (parallel)
     for (int y = top; y <= bottom; ++y) {
         const size_t rowBase = size_t(y) * stride + shift;
@@ -95,19 +107,13 @@ void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t
         uint16_t* cw = columnWeightTable + rowBase;
         uint16_t* rw = rowWeightTable + rowBase;
         if (!haveMap) {
-            for (int x = first; x <= last; ++x) storeEntry(-1, -1, srcWidth, srcHeight, offset + x, cw + x, rw + x);
+            for (int x = first; x <= last; ++x) write(invalid, offset + x, cw + x, rw + x);
             continue;
         }
         if (identity) {
-            for (int x = first; x <= last; ++x) {
-                double X = -1, Y = -1;
-                if (x < mapWidth && y < mapHeight) {
-                    const double* rec = coordinateMap + (size_t(y) * mapWidth + x) * 2;
-                    X = rec[0];
-                    Y = rec[1];
-                }
-                storeEntry(X, Y, srcWidth, srcHeight, offset + x, cw + x, rw + x);
-            }
+            const double* rec = y < mapHeight ? coordinateMap + size_t(y) * mapWidth * 2 : nullptr;
+            for (int x = first; x <= last; ++x)
+                write(rec && x < mapWidth ? pair::load(rec + 2 * x) : invalid, offset + x, cw + x, rw + x);
             continue;
         }
         double su = h[0] * first + h[1] * y + h[2];
@@ -117,18 +123,18 @@ void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t
             const double u = su / sw, v = sv / sw;
             int c0, c1, r0, r1;
             double fu, fv;
-            double X = -1, Y = -1;
+            pair::Pair xy = invalid;
             if (clampIndex(u, mapWidth, &c0, &c1, &fu) && clampIndex(v, mapHeight, &r0, &r1, &fv)) {
+                // X and Y of the four records blended together.
                 const double* m0 = coordinateMap + size_t(r0) * mapWidth * 2;
                 const double* m1 = coordinateMap + size_t(r1) * mapWidth * 2;
-                const double xTop = m0[2 * c0] + fu * (m0[2 * c1] - m0[2 * c0]);
-                const double xBottom = m1[2 * c0] + fu * (m1[2 * c1] - m1[2 * c0]);
-                const double yTop = m0[2 * c0 + 1] + fu * (m0[2 * c1 + 1] - m0[2 * c0 + 1]);
-                const double yBottom = m1[2 * c0 + 1] + fu * (m1[2 * c1 + 1] - m1[2 * c0 + 1]);
-                X = xTop + fv * (xBottom - xTop);
-                Y = yTop + fv * (yBottom - yTop);
+                const pair::Pair pu = pair::splat(fu);
+                const pair::Pair a = pair::load(m0 + 2 * c0), b = pair::load(m1 + 2 * c0);
+                const pair::Pair rowTop = pair::add(a, pair::mul(pu, pair::sub(pair::load(m0 + 2 * c1), a)));
+                const pair::Pair rowBottom = pair::add(b, pair::mul(pu, pair::sub(pair::load(m1 + 2 * c1), b)));
+                xy = pair::add(rowTop, pair::mul(pair::splat(fv), pair::sub(rowBottom, rowTop)));
             }
-            storeEntry(X, Y, srcWidth, srcHeight, offset + x, cw + x, rw + x);
+            write(xy, offset + x, cw + x, rw + x);
         }
     }
 }

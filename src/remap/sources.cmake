@@ -7,3 +7,10 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|amd64|i[3-6]86")
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND NOT ANDROID_ABI STREQUAL "arm64-v8a")
   set_source_files_properties(${_remap}/warp_neon.cpp PROPERTIES COMPILE_OPTIONS "-mfpu=neon")
 endif()
+# sqrt without errno so that the radius loop of the map build vectorises
+# (results are the same IEEE square roots).
+set_property(SOURCE ${_remap}/distortion_map.cpp APPEND PROPERTY COMPILE_OPTIONS "-fno-math-errno")
+# No fused multiply-add contraction: the tables must come out the same on
+# every architecture (and equal to the plain per-pixel formulas).
+file(GLOB _remap_sources ${_remap}/*.cpp)
+set_property(SOURCE ${_remap_sources} APPEND PROPERTY COMPILE_OPTIONS "-ffp-contract=off")

@@ -1,17 +1,241 @@
-// Placeholder until the engine lands.
+// Focal alignment shift: distance-derived horizontal shift of two views.
 #include "stereoview/focal_shift.h"
 
-namespace kvdsr::focalshift {
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <system_error>
+#include <thread>
+#include <utility>
 
-uint32_t init(const uint8_t*, uint32_t, const uint32_t*, uint32_t, uint16_t, uint16_t, uint16_t) {
-    return kvDSR_ERR_NOT_INITIALISED;
+#include "calibration/calib_block.h"
+#include "calibration/calib_parser.h"
+#include "calibration/geometry.h"
+#include "common/alloc.h"
+#include "common/camera_layout.h"
+
+namespace kvdsr::focalshift {
+namespace {
+
+// The engine's process-wide state; constant-initialised.
+struct FocalShiftState {
+    calib::CalibSummary summary;
+    float baseline = 0.f;
+    int32_t alignShift = 0;
+    std::unique_ptr<uint8_t[]> shiftBuffer;
+    size_t shiftBufferBytes = 0;
+};
+
+FocalShiftState g_state;
+
+constexpr uint8_t kNeutralChroma = 128;
+
+inline size_t clampedCopy(size_t width, size_t s) { return s < width ? width - s : 0; }
+
+bool isShiftFormat(uint32_t f) { return f == kvDSR_FMT_YUV420SP || f == kvDSR_FMT_YUV420P; }
+
+// Full-width side-by-side shift of a W x height frame into dst, whose chroma
+// area starts at dstChromaOffset. rows is the number of luma rows written.
+void shiftSideBySideFrame(uint8_t* dst, size_t dstChromaOffset, const uint8_t* src, size_t W, size_t height,
+                          size_t rows, uint32_t format, size_t s) {
+    const uint8_t* srcChroma = src + W * height;
+    uint8_t* dstChroma = dst + dstChromaOffset;
+    const size_t chromaRows = rows / 2;
+    std::memset(dstChroma, kNeutralChroma, W * rows / 2);
+
+    if (format == kvDSR_FMT_YUV420SP) {
+        // Luma on one worker thread while this thread does the chroma rows.
+        auto luma = [=] { shiftRowParts(dst, src, W, rows, 2, s); };
+        std::thread worker;
+        try {
+            worker = std::thread(luma);
+        } catch (const std::system_error&) {
+            luma();  // no thread to be had: same result, serially
+        }
+        shiftRowParts(dstChroma, srcChroma, W, chromaRows, 2, s);
+        if (worker.joinable()) worker.join();
+        return;
+    }
+
+    // Planar: a W-byte chroma row holds two rows of each view's W/4-wide plane.
+    const long lumaRows = static_cast<long>(rows);
+    const long cRows = static_cast<long>(chromaRows);
+#pragma omp parallel for schedule(dynamic, 1)
+    for (long r = 0; r < lumaRows; ++r) shiftRowParts(dst + r * W, src + r * W, W, 1, 2, s);
+#pragma omp parallel for schedule(dynamic, 1)
+    for (long r = 0; r < cRows; ++r) shiftRowParts(dstChroma + r * W, srcChroma + r * W, W, 1, 4, s / 2);
 }
-uint32_t shiftPair(uint8_t*, uint8_t*, const kvDSR_ImageDesc&, const kvDSR_ImageDesc&, uint16_t, uint16_t) {
-    return kvDSR_ERR_NOT_INITIALISED;
+
+}  // namespace
+
+// ---- Kernels -------------------------------------------------------------
+
+void shiftRowsLeft(uint8_t* dst, const uint8_t* src, size_t width, size_t stride, size_t rows, size_t s) {
+    const size_t n = clampedCopy(width, s);
+    if (n == 0) return;
+    for (size_t r = 0; r < rows; ++r) std::memmove(dst + r * stride, src + r * stride + s, n);
 }
-uint32_t shiftSideBySide(uint8_t*, uint32_t, uint32_t, const kvDSR_ImageDesc&, uint16_t, uint16_t) {
-    return kvDSR_ERR_NOT_INITIALISED;
+
+void shiftRowsRight(uint8_t* dst, const uint8_t* src, size_t width, size_t stride, size_t rows, size_t s) {
+    const size_t n = clampedCopy(width, s);
+    if (n == 0) return;
+    for (size_t r = 0; r < rows; ++r) std::memmove(dst + r * stride + s, src + r * stride, n);
 }
-uint32_t close() { return kvDSR_OK; }
+
+void shiftRowParts(uint8_t* dst, const uint8_t* src, size_t width, size_t rows, size_t parts, size_t s) {
+    const size_t part = width / parts;
+    for (size_t p = 0; p < parts; ++p) {
+        if (p % 2 == 0)
+            shiftRowsLeft(dst + p * part, src + p * part, part, width, rows, s);
+        else
+            shiftRowsRight(dst + p * part, src + p * part, part, width, rows, s);
+    }
+}
+
+void halveRows(uint8_t* dst, const uint8_t* src, size_t outWidth, size_t rows, size_t unitBytes) {
+    const long n = static_cast<long>(rows);
+#pragma omp parallel for schedule(dynamic, 1)
+    for (long r = 0; r < n; ++r) {
+        uint8_t* d = dst + r * outWidth;
+        const uint8_t* s = src + r * 2 * outWidth;
+        if (unitBytes == 2) {
+            for (size_t k = 0; k < outWidth; ++k) d[k] = s[(k / 2) * 4 + (k % 2)];
+        } else {
+            for (size_t k = 0; k < outWidth; ++k) d[k] = s[2 * k];
+        }
+    }
+}
+
+// ---- Set-up --------------------------------------------------------------
+
+void fillDepthTable(float table[kDepthLevels], float baseline, float focalPx) {
+    for (int i = 0; i < kDepthLevels; ++i) table[i] = 0.f;
+    for (int i = 0; i < kDepthLevels - 1; ++i) {
+        const double disparity = i * 0.125;
+        float depth = 65535.f;
+        if (disparity > 1.1920929e-7) {
+            depth = static_cast<float>(static_cast<double>(baseline) * focalPx / disparity);
+            if (depth > 65535.f) depth = 65535.f;
+        }
+        table[i] = depth;
+    }
+}
+
+int32_t searchShift(const float table[kDepthLevels], uint16_t distance) {
+    const float d = distance;
+    for (int j = 1; j < kDepthLevels; ++j) {
+        // The shift is half the index, not the disparity; kept on purpose.
+        if (table[j - 1] >= d && table[j] <= d) return -((j - 1) / 2);
+    }
+    return 0;
+}
+
+uint32_t computeSetup(const uint8_t* calibration, uint32_t calibrationSize, const uint32_t* keyMaterial,
+                      uint32_t keyMaterialSize, uint16_t width, uint16_t distance, ShiftSetup& setup) {
+    uint8_t block[calib::kBlockSize] = {};
+    uint32_t calibSize = 0, calibType = 0, calibIndex = 0;
+    const uint32_t rc = calib::parseCalibration(block, &calibSize, &calibType, &calibIndex, calibration,
+                                                calibrationSize, keyMaterial, keyMaterialSize, 0, layoutSelector(),
+                                                0, 0);
+    if (rc != 0) return rc;
+
+    calib::CalibSummary summary;
+    calib::readSummary(block, calibType, summary);
+    double p1[12], p2[12];
+    for (int i = 0; i < 12; ++i) {
+        p1[i] = summary.projection1[i];
+        p2[i] = summary.projection2[i];
+    }
+    setup.imageWidth = summary.width;
+    setup.imageHeight = summary.height;
+    setup.focalLength = summary.focalLength;
+    setup.pixelPitch = summary.pixelPitch;
+    setup.baseline = static_cast<float>(geom::cameraBaseline(p1, p2));
+    setup.focalPx = width * summary.focalLength / (summary.width * summary.pixelPitch);
+    fillDepthTable(setup.depthTable, setup.baseline, setup.focalPx);
+    setup.alignShift = searchShift(setup.depthTable, distance);
+    return 0;
+}
+
+// ---- Entry points ----------------------------------------------------------
+
+uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32_t* keyMaterial,
+              uint32_t keyMaterialSize, uint16_t width, uint16_t height, uint16_t distance) {
+    ShiftSetup setup;
+    const uint32_t rc =
+        computeSetup(calibration, calibrationSize, keyMaterial, keyMaterialSize, width, distance, setup);
+    if (rc != 0) return rc;
+
+    // New buffer first: a failed allocation leaves the previous state whole.
+    const size_t lumaBytes = size_t{2} * width * height;
+    const size_t bytes = lumaBytes * 3 / 2;
+    auto buffer = allocArray<uint8_t>(bytes);
+    std::memset(buffer.get(), 0, lumaBytes);
+    std::memset(buffer.get() + lumaBytes, kNeutralChroma, bytes - lumaBytes);
+
+    g_state.summary.width = setup.imageWidth;
+    g_state.summary.height = setup.imageHeight;
+    g_state.summary.focalLength = setup.focalLength;
+    g_state.summary.pixelPitch = setup.pixelPitch;
+    g_state.baseline = setup.baseline;
+    g_state.alignShift = setup.alignShift;
+    g_state.shiftBuffer = std::move(buffer);
+    g_state.shiftBufferBytes = bytes;
+    return 0;
+}
+
+uint32_t shiftPair(uint8_t* outSecond, uint8_t* outFirst, const kvDSR_ImageDesc& imageSecond,
+                   const kvDSR_ImageDesc& imageFirst, uint16_t width, uint16_t height) {
+    const size_t s = static_cast<size_t>(-g_state.alignShift);
+    // Plane 0 holds the whole 4:2:0 frame: luma rows, then height/2 chroma
+    // rows of width bytes in either format.
+    const size_t rows = size_t{height} + height / 2;
+    shiftRowsLeft(outFirst, imageFirst.plane[0], width, width, rows, s);
+    shiftRowsRight(outSecond, imageSecond.plane[0], width, width, rows, s);
+    return kvDSR_OK;
+}
+
+uint32_t shiftSideBySide(uint8_t* out, uint32_t outWidth, uint32_t outHeight, const kvDSR_ImageDesc& image,
+                         uint16_t width, uint16_t height) {
+    const size_t s = static_cast<size_t>(-g_state.alignShift);
+    const size_t W = width;
+
+    if (outWidth == W) {
+        if (!isShiftFormat(image.format)) return kvDSR_ERR_IMAGE_FORMAT;
+        if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
+        // Rows past the caller's outHeight would leave its buffer.
+        const size_t rows = std::min<size_t>(height, outHeight);
+        shiftSideBySideFrame(out, size_t{outWidth} * outHeight, image.plane[0], W, height, rows, image.format, s);
+        return kvDSR_OK;
+    }
+
+    // Half width: shift into the intermediate buffer, then drop every other unit.
+    if (!isShiftFormat(image.format)) {
+        g_state.shiftBuffer.reset();
+        g_state.shiftBufferBytes = 0;
+        return kvDSR_ERR_IMAGE_FORMAT;
+    }
+    if (!g_state.shiftBuffer) return kvDSR_ERR_NOT_INITIALISED;
+    // The intermediate frame is W wide with its chroma right after the luma;
+    // it must fit the buffer sized at Init (a frame twice the Init width).
+    const size_t halvedRows = size_t{height} * 3 / 2;
+    const size_t needed = std::max(W * height + W * height / 2, W * halvedRows);
+    if (needed > g_state.shiftBufferBytes) return kvDSR_ERR_SIZE_COMBINATION;
+    if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
+
+    uint8_t* buf = g_state.shiftBuffer.get();
+    shiftSideBySideFrame(buf, W * height, image.plane[0], W, height, height, image.format, s);
+    halveRows(out, buf, outWidth, halvedRows, image.format == kvDSR_FMT_YUV420SP ? 2 : 1);
+    return kvDSR_OK;
+}
+
+uint32_t close() {
+    g_state.shiftBuffer.reset();
+    g_state.shiftBufferBytes = 0;
+    return kvDSR_OK;
+}
+
+int32_t currentShift() { return g_state.alignShift; }
+bool hasShiftBuffer() { return g_state.shiftBuffer != nullptr; }
 
 }  // namespace kvdsr::focalshift

@@ -355,3 +355,20 @@ INSTANTIATE_TEST_SUITE_P(Paths, DepthViewSizes,
                                            std::make_tuple(36, 64, 9, 16, kvDSR_FMT_DEPTH16)));
 
 }  // namespace
+
+namespace {
+
+TEST_F(DepthView, PseudoPlanarStrideBelowWidthSynthesisesADefinedImage) {
+    // The 4:4:4 conversion refuses the stride; the engine then works on an
+    // all-zero image instead of leftover memory: zero luma, chroma 0 where a
+    // pixel lands and 128 elsewhere.
+    auto image = desc(kvDSR_FMT_YUV420SP, img420.data(), img420.data() + W * H, nullptr, W - 2, W - 2);
+    const auto a = run(image, W * H * 3 / 2, 0xEE);
+    const auto b = run(image, W * H * 3 / 2, 0x11);
+    EXPECT_EQ(a, b);
+    for (int i = 0; i < W * H; ++i) ASSERT_EQ(a[i], 0);
+    for (int i = W * H; i < W * H * 3 / 2; ++i) ASSERT_TRUE(a[i] == 0 || a[i] == 128);
+    EXPECT_NE(std::count(a.begin() + W * H, a.end(), 0), 0);
+}
+
+}  // namespace

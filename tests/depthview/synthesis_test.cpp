@@ -3,8 +3,11 @@
 
 #include <cmath>
 #include <random>
+#include <tuple>
+#include <algorithm>
 #include <vector>
 
+#include "common/colorconv.h"
 #include "depthview/synthesis.h"
 
 namespace {
@@ -186,5 +189,60 @@ TEST(Synthesize, SideBySideWritesOnlyTheLeftHalves) {
                     ASSERT_EQ(v, s.out(p, y, x)) << p << "," << y << "," << x;
             }
 }
+
+}  // namespace
+
+namespace {
+
+// The fused 4:2:0 synthesis against the straightforward path: convert to
+// 4:4:4, synthesise into a cleared image (side by side: beside the input),
+// convert back.
+class Fused420 : public ::testing::TestWithParam<std::tuple<int, int, bool, uint32_t>> {};
+
+TEST_P(Fused420, MatchesTheFourFourFourPath) {
+    const auto [w, h, sideBySide, stride] = GetParam();
+    const size_t plane = size_t(w) * h, ow = sideBySide ? 2 * size_t(w) : size_t(w);
+    const uint32_t sy = stride ? stride : uint32_t(w);
+    std::mt19937 rng(w * 7 + h + sideBySide);
+    std::vector<uint8_t> y(size_t(sy) * h), uv(size_t(sy) * (h / 2) + 1);
+    for (auto& b : y) b = uint8_t(rng());
+    for (auto& b : uv) b = uint8_t(rng());
+    // Random depth over a real table, so that gaps and occlusions of every
+    // kind appear.
+    double m[16];
+    buildViewMatrix(m, kCam, 900);
+    std::vector<uint16_t> table(size_t(kDepthLevels) * w), depth(plane);
+    buildShiftTable(table.data(), m, kCam, w);
+    for (size_t i = 0; i < plane; ++i) depth[i] = uint16_t(rng() % 2 ? 1 + rng() % 40 : 1 + rng() % 1023);
+    const int32_t first = 3;
+
+    std::vector<uint8_t> src444(3 * plane), dst444(3 * ow * h, 128), ref(ow * h * 3 / 2 + ow, 0xEE);
+    ASSERT_TRUE(kvdsr::ycbcr420spTo444p(y.data(), stride, uv.data(), stride, src444.data(), src444.data() + plane,
+                                        src444.data() + 2 * plane, 0, w, h));
+    std::fill(dst444.begin(), dst444.begin() + ow * h, 0);
+    if (sideBySide) {
+        synthesizeViewSideBySide(dst444.data(), src444.data(), depth.data(), table.data(), first, w, h);
+        for (int r = 0; r < 3 * h; ++r) std::copy_n(&src444[size_t(r) * w], w, &dst444[r * ow + w]);
+    } else {
+        uint8_t* const d[3] = {dst444.data(), dst444.data() + plane, dst444.data() + 2 * plane};
+        const uint8_t* const s[3] = {src444.data(), src444.data() + plane, src444.data() + 2 * plane};
+        synthesizeView(d, w, s, w, depth.data(), table.data(), first, w, h);
+    }
+    const size_t op = ow * h;
+    ASSERT_TRUE(kvdsr::ycbcr444pTo420sp(dst444.data(), dst444.data() + op, dst444.data() + 2 * op, 0, ref.data(), 0,
+                                        ref.data() + op, 0, uint32_t(ow), h));
+
+    std::vector<uint8_t> fused(ref.size(), 0x11);
+    synthesizeView420({fused.data(), fused.data() + op, sideBySide, y.data(), stride, uv.data(), stride, depth.data(),
+                       table.data(), first, w, h});
+    // Both leave the bytes past height / 2 chroma rows alone.
+    for (size_t i = op + (h / 2) * ow; i < ref.size(); ++i) fused[i] = ref[i];
+    EXPECT_EQ(fused, ref);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, Fused420,
+                         ::testing::Values(std::make_tuple(64, 48, false, 0u), std::make_tuple(64, 48, true, 0u),
+                                           std::make_tuple(37, 21, false, 40u), std::make_tuple(37, 21, true, 0u),
+                                           std::make_tuple(130, 9, true, 131u), std::make_tuple(5, 1, false, 0u)));
 
 }  // namespace

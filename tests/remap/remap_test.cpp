@@ -614,3 +614,117 @@ TEST_F(RemapTest, MapStoreSlotFeedsTheTable) {
 }
 
 }  // namespace
+
+// ---- Fast builders against plain per-pixel references ---------------------
+
+namespace reference {
+
+// One pixel of the projective table build, written straight from its rules.
+void lutEntry(const double* map, int mw, int mh, int sw, int sh, double u, double v, uint32_t* o, uint16_t* cw,
+              uint16_t* rw) {
+    *o = 0;
+    *cw = *rw = 0;
+    if (std::isnan(u) || std::isnan(v)) return;
+    auto clamp = [](double c, int n, int& i0, int& i1, double& f) {
+        if (c < 0) {
+            i0 = i1 = 0;
+            f = c;
+        } else if (c >= n - 1) {
+            i0 = i1 = n - 1;
+            f = c - (n - 1);
+        } else {
+            i0 = int(c);
+            i1 = i0 + 1;
+            f = c - i0;
+        }
+    };
+    int c0, c1, r0, r1;
+    double fu, fv;
+    clamp(u, mw, c0, c1, fu);
+    clamp(v, mh, r0, r1, fv);
+    auto at = [&](int r, int c, int k) { return map[(size_t(r) * mw + c) * 2 + k]; };
+    const double xt = at(r0, c0, 0) + fu * (at(r0, c1, 0) - at(r0, c0, 0));
+    const double xb = at(r1, c0, 0) + fu * (at(r1, c1, 0) - at(r1, c0, 0));
+    const double yt = at(r0, c0, 1) + fu * (at(r0, c1, 1) - at(r0, c0, 1));
+    const double yb = at(r1, c0, 1) + fu * (at(r1, c1, 1) - at(r1, c0, 1));
+    const double X = xt + fv * (xb - xt), Y = yt + fv * (yb - yt);
+    if (X >= 0 && Y >= 0 && X < sw - 1 && Y < sh - 1) {
+        const int ix = int(X), iy = int(Y);
+        *o = uint32_t(ix + sw * iy);
+        *cw = uint16_t((ix + 1 - X) * 1024);
+        *rw = uint16_t((iy + 1 - Y) * 1024);
+    }
+}
+
+}  // namespace reference
+
+TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
+    std::mt19937 rng(17);
+    const int mw = 37, mh = 21, ow = 45, oh = 27, sw = 33, sh = 19;
+    const auto map = randomMap(rng, mw, mh, -1.0, 34.0);
+    const double h[9] = {1.03, 0.04, -2.5, -0.02, 0.97, 1.25, 0.0009, -0.0004, 1.01};
+    const uint16_t rect[4] = {0, 0, ow - 1, oh - 1};
+    Tables t(ow * oh);
+    RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
+                   map.data(), rect);
+    for (int y = 0; y < oh; ++y) {
+        double su = h[0] * 0 + h[1] * y + h[2], sv = h[3] * 0 + h[4] * y + h[5], sz = h[6] * 0 + h[7] * y + h[8];
+        for (int x = 0; x < ow; ++x, su += h[0], sv += h[3], sz += h[6]) {
+            uint32_t o;
+            uint16_t cw, rw;
+            reference::lutEntry(map.data(), mw, mh, sw, sh, su / sz, sv / sz, &o, &cw, &rw);
+            const int i = y * ow + x;
+            ASSERT_EQ(t.offset[i], o) << x << "," << y;
+            ASSERT_EQ(t.columnWeight[i], cw) << x << "," << y;
+            ASSERT_EQ(t.rowWeight[i], rw) << x << "," << y;
+        }
+    }
+}
+
+// The map build against a linear-search version of the same composition
+// (docs/remap.md), including a table whose radii are not ascending.
+TEST_F(RemapTest, MapMatchesPlainReference) {
+    RemapModel m = plainModel(48, 36);
+    m.srcWidth = 40;
+    m.srcHeight = 30;
+    m.calibWidth = 400;
+    m.calibHeight = 300;
+    m.cx = 21.3;
+    m.cy = 13.9;
+    const double sortedR[] = {0, 0.8, 1.6, 2.4, 3.2};
+    const double unsortedR[] = {0, 0.8, 2.0, 1.6, 3.2};
+    const double d[] = {0, -1.5, -4.0, -8.5, -14.0};
+    for (const double* r : {sortedR, unsortedR}) {
+        for (int fit : {0, 1}) {
+            std::vector<double> map(2 * 48 * 36);
+            double sx = 0, sy = 0;
+            const uint32_t res = DistortionMap_Build(map.data(), m, r, d, 5, 0, &sx, &sy, fit);
+            ASSERT_TRUE(res == kMapOk || res == kMapBeyondTable);
+            const DistortionTable table = DistortionTable_Make(r, d, 5, 0);
+            const double s = sx;
+            const double kx = s * (40.0 / 48), ox = s * (m.cx + 0.5 - 0.5 * (40.0 / 48));
+            const double ax = s * (400.0 / 48), bx = s * ((m.cx + 0.5) * (400.0 / 40) - 0.5 * (400.0 / 48));
+            const double ky = s * (30.0 / 36), oy = s * (m.cy + 0.5 - 0.5 * (30.0 / 36));
+            const double ay = s * (300.0 / 36), by = s * ((m.cy + 0.5) * (300.0 / 30) - 0.5 * (300.0 / 36));
+            for (int y = 0; y < 36; ++y) {
+                double f = 1.0;
+                for (int x = 0; x < 48; ++x) {
+                    const double qx = (x * ax - bx) * (x * ax - bx), ty = y * ay - by;
+                    const double rad = std::sqrt(qx + ty * ty) * m.pixelPitch * 0.001;
+                    if (rad < table.largestRadius) {
+                        for (int i = 1; i < table.count; ++i)
+                            if (rad < table.radius[i]) {
+                                const double dd = table.distortion[i - 1] + (rad - table.radius[i - 1]) *
+                                                                                (table.distortion[i] - table.distortion[i - 1]) /
+                                                                                (table.radius[i] - table.radius[i - 1]);
+                                f = 1 + dd * 0.01;
+                                break;
+                            }
+                    }
+                    ASSERT_EQ(map[2 * (y * 48 + x)], m.cx + f * (x * kx - ox)) << x << "," << y << " fit " << fit;
+                    ASSERT_EQ(map[2 * (y * 48 + x) + 1], m.cy + f * (y * ky - oy)) << x << "," << y;
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,61 @@
+#include "binocular/view_tables.h"
+
+#include <cmath>
+#include <cstddef>
+
+namespace kvdsr::binocular {
+
+namespace {
+constexpr double kDegreesPerRadian5 = 114.59165581759557;  // 360 / 3.14159
+constexpr double kHalfDegreeRadians = 0.008726646259971648;  // pi / 360
+constexpr double kFarTerm = -1.0019569471624266;             // -(1023 + 1) / (1023 - 1)
+constexpr double kFarOffset = -2.0019569471624266;           // -2 * 1023 / (1023 - 1)
+}  // namespace
+
+double fieldOfViewDegrees(const CameraModel& cam) {
+    return std::atan(cam.calibratedWidth * cam.pixelPitch * 0.5 / cam.focalLength) * kDegreesPerRadian5;
+}
+
+void buildViewMatrix(double m[16], double fovDegrees, double shiftX) {
+    const double c = 1.0 / std::tan(fovDegrees * kHalfDegreeRadians);
+    // Identity times the perspective is the perspective itself.
+    for (int i = 0; i < 16; ++i) m[i] = 0.0;
+    m[0] = c;
+    m[5] = c;
+    m[10] = kFarTerm;
+    m[11] = -1.0;
+    m[14] = kFarOffset;
+    // Right multiplication by a translation: column 3 += t * column 0.
+    for (int k = 0; k < 4; ++k) m[12 + k] += shiftX * m[k];
+}
+
+void inverseDepthTable(double inv[kLevels], const double m[16]) {
+    for (int j = 0; j < kLevels; ++j) inv[j] = 1.0 / ((j + 1) * m[11]);
+}
+
+void columnFactors(double* col, int imageWidth, int depthWidth, const CameraModel& cam, const double m[16]) {
+    const double h = imageWidth / 2.0;
+    const double scale =
+        (0.5 / cam.focalLength) * (cam.calibratedWidth * cam.pixelPitch / depthWidth) * depthWidth / h;
+    for (int x = 0; x < imageWidth; ++x) col[x] = scale * (x - h) * m[0];
+}
+
+uint16_t viewTableEntry(int imageWidth, double m12, double colX, double invI, int level) {
+    const double v = std::floor(imageWidth * 0.5 * (1.0 + (-m12 - level * colX) * invI));
+    // Kept to its low 16 bits like an integer conversion would; out-of-range
+    // and non-finite values become positions no image has.
+    if (!(v >= -2147483648.0 && v < 2147483648.0)) return 0xFFFF;
+    return static_cast<uint16_t>(static_cast<int32_t>(v));
+}
+
+void fillViewTable(uint16_t* table, int imageWidth, const double m[16], const double inv[kLevels],
+                   const double* col) {
+    const double m12 = m[12];
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int i = 0; i < kLevels; ++i) {
+        uint16_t* row = table + static_cast<std::size_t>(i) * imageWidth;
+        for (int x = 0; x < imageWidth; ++x) row[x] = viewTableEntry(imageWidth, m12, col[x], inv[i], i);
+    }
+}
+
+}  // namespace kvdsr::binocular

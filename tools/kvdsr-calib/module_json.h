@@ -1,0 +1,25 @@
+// JSON form of calibration bodies (the tool's input and inspection output).
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "calibpack.h"
+
+namespace kvdsr::calibtool {
+
+// Keys keep the order in which they are written.
+using json = nlohmann::ordered_json;
+
+// Pretty-prints with number arrays kept on one line.
+std::string dumpCompact(const json& j);
+
+json toJson(const calibpack::CameraSection& c);
+json toJson(const calibpack::Body& b);
+calibpack::CameraSection sectionFromJson(const json& j);
+calibpack::Body bodyFromJson(const json& j);
+
+// {"units": "mm", "bodies": [...]} and back. Throws on a malformed document.
+json moduleToJson(const std::vector<calibpack::Body>& bodies);
+std::vector<calibpack::Body> moduleFromJson(const json& j);
+
+}  // namespace kvdsr::calibtool
