@@ -42,10 +42,19 @@ State& state() {
 // Camera sections rescaled to the working size (4:3 class), or cropped to
 // 16:9 and then brought to the working size.
 void prepareBlock(uint8_t* block, uint16_t width, uint16_t height, bool useModel, const CropRect crops[2]) {
-    if (!useModel) cropTransform(block, width, height, crops);
-    // After a crop the sections are already at the working size; one left
-    // untouched (whole-image crop, unsolvable corners) is rescaled.
-    rescaleBothCameras(block, width, height);
+    if (useModel) {
+        rescaleBothCameras(block, width, height);
+        return;
+    }
+    cropTransform(block, width, height, crops);
+    // A section the crop left untouched (whole-image crop, unsolvable
+    // corners) is still at its calibrated size: bring it to the working size.
+    for (int camera = 1; camera <= 2; ++camera) {
+        const uint8_t* s = block + calib::kSectionOffset[camera];
+        if (calib::load<uint16_t>(s, calib::sec::kModelWidth) != width ||
+            calib::load<uint16_t>(s, calib::sec::kModelHeight) != height)
+            rescaleCamera(block, width, height, camera);
+    }
 }
 
 uint8_t* const* scratchPointers(State& st, uint8_t* (&p)[4]) {
