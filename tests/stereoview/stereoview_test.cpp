@@ -224,6 +224,26 @@ TEST(StereoView, InitLargerThenSmallerKeepsBuffersAndResults) {
     EXPECT_EQ(stereoview::mapCapacity().full, 0u);
 }
 
+// Frames too small for a 2x2 neighbourhood at full or half size are
+// accepted; nothing is read or written outside the planes.
+TEST(StereoView, TinySizesStayInsideThePlanes) {
+    const auto module = sampleContainer();
+    for (auto [w, h] : {std::pair<uint16_t, uint16_t>{1, 1}, {3, 2}, {5, 3}, {2, 7}}) {
+        SCOPED_TRACE(testing::Message() << w << "x" << h);
+        ASSERT_EQ(initWith(module, w, h), kvDSR_OK);
+        for (uint32_t fmt : {kvDSR_FMT_YUV444P, kvDSR_FMT_YUV420P, kvDSR_FMT_YUV420SP}) {
+            Frame a(fmt, w, h, 1), b(fmt, w, h, 2);
+            const size_t n = outputBytes(fmt, w, h);
+            std::vector<uint8_t> o1(n + 4, 0x11), o2(n + 4, 0x11), sbs(2 * n + 4, 0x11);
+            EXPECT_EQ(kvDSR_StereoView_Run(o2.data(), o1.data(), &b.desc, &a.desc, w, h), kvDSR_OK);
+            EXPECT_EQ(kvDSR_StereoView_Run_SideBySide(sbs.data(), 2u * w, h, &b.desc, &a.desc, w, h), kvDSR_OK);
+            for (size_t i = n; i < o1.size(); ++i) ASSERT_TRUE(o1[i] == 0x11 && o2[i] == 0x11) << fmt;
+            for (size_t i = 2 * n; i < sbs.size(); ++i) ASSERT_EQ(sbs[i], 0x11) << fmt;
+        }
+    }
+    kvDSR_StereoView_Close();
+}
+
 // Sizes whose buffers the allocator refuses: 0x7400C, and no half-built
 // engine left behind.
 TEST(StereoView, RefusedAllocationLeavesItUninitialised) {
