@@ -22,14 +22,16 @@ uint32_t parseStereoCalibration(uint8_t block[calib::kBlockSize], const uint8_t*
                                    keyMaterialSize, 0, layoutSelector(), 0, 1);
 }
 
+void rescaleCamera(uint8_t* block, uint16_t width, uint16_t height, int camera) {
+    const uint8_t* s = block + calib::kSectionOffset[camera];
+    if (calib::load<uint16_t>(s, calib::sec::kModelWidth) == 0 ||
+        calib::load<uint16_t>(s, calib::sec::kModelHeight) == 0)
+        return;
+    geom::rescaleCameraSection(block, width, height, camera);
+}
+
 void rescaleBothCameras(uint8_t* block, uint16_t width, uint16_t height) {
-    for (int camera = 1; camera <= 2; ++camera) {
-        const uint8_t* s = block + calib::kSectionOffset[camera];
-        if (calib::load<uint16_t>(s, calib::sec::kModelWidth) == 0 ||
-            calib::load<uint16_t>(s, calib::sec::kModelHeight) == 0)
-            continue;
-        geom::rescaleCameraSection(block, width, height, camera);
-    }
+    for (int camera = 1; camera <= 2; ++camera) rescaleCamera(block, width, height, camera);
 }
 
 }  // namespace kvdsr::stereoview

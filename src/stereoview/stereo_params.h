@@ -19,8 +19,9 @@ StereoParams& stereoParams();
 uint32_t parseStereoCalibration(uint8_t block[calib::kBlockSize], const uint8_t* calibration,
                                 uint32_t calibrationSize, const uint32_t* keyMaterial, uint32_t keyMaterialSize);
 
-// Rescales camera sections 1 and 2 to width x height. A section with a zero
+// Rescales camera section 1 or 2 to width x height. A section with a zero
 // model size is left alone: its scale factors would be infinite.
+void rescaleCamera(uint8_t* block, uint16_t width, uint16_t height, int camera);
 void rescaleBothCameras(uint8_t* block, uint16_t width, uint16_t height);
 
 }  // namespace kvdsr::stereoview

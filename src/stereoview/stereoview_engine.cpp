@@ -19,6 +19,10 @@ namespace kvdsr::stereoview {
 
 namespace {
 
+// Below this many luma pixels the chroma split costs less than starting its
+// worker thread (the same threshold below which the warps skip their team).
+constexpr std::size_t kWorkerMinPixels = std::size_t(1) << 15;
+
 // The half-size crops are fixed, deliberately independent of the calibration.
 constexpr CropRect kHalfCrops[2] = {{0, 150, 1599, 1049}, {0, 390, 4159, 2729}};
 
@@ -38,10 +42,19 @@ State& state() {
 // Camera sections rescaled to the working size (4:3 class), or cropped to
 // 16:9 and then brought to the working size.
 void prepareBlock(uint8_t* block, uint16_t width, uint16_t height, bool useModel, const CropRect crops[2]) {
-    if (!useModel) cropTransform(block, width, height, crops);
-    // After a crop the sections are already at the working size; one left
-    // untouched (whole-image crop, unsolvable corners) is rescaled.
-    rescaleBothCameras(block, width, height);
+    if (useModel) {
+        rescaleBothCameras(block, width, height);
+        return;
+    }
+    cropTransform(block, width, height, crops);
+    // A section the crop left untouched (whole-image crop, unsolvable
+    // corners) is still at its calibrated size: bring it to the working size.
+    for (int camera = 1; camera <= 2; ++camera) {
+        const uint8_t* s = block + calib::kSectionOffset[camera];
+        if (calib::load<uint16_t>(s, calib::sec::kModelWidth) != width ||
+            calib::load<uint16_t>(s, calib::sec::kModelHeight) != height)
+            rescaleCamera(block, width, height, camera);
+    }
 }
 
 uint8_t* const* scratchPointers(State& st, uint8_t* (&p)[4]) {
@@ -158,11 +171,13 @@ uint32_t runSideBySide(uint8_t* out, const kvDSR_ImageDesc& imageSecond, const k
             splitVU(imageSecond.plane[1], width, splitSecond, splitSecond + chroma, hw, hh);
         };
         std::thread worker;
-        try {
-            worker = std::thread(split);
-        } catch (const std::system_error&) {
-            split();  // no thread available: same result, one thread
+        if (luma >= kWorkerMinPixels) {
+            try {
+                worker = std::thread(split);
+            } catch (const std::system_error&) {
+            }
         }
+        if (!worker.joinable()) split();  // small frame, or no thread to be had
         warpPlane(st.fullMap, 1, first, imageFirst.plane[0]);
         warpPlane(st.fullMap, 2, second, imageSecond.plane[0]);
         if (worker.joinable()) worker.join();

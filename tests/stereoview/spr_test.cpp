@@ -58,6 +58,48 @@ TEST(Spr, DownscaleSamplesBetweenInputPixels) {
     kvDSR_SPR_Close();
 }
 
+// Bilinear sample of a w-wide plane at (X, Y), as the warp rounds it.
+double bilinear(const uint8_t* p, int w, double X, double Y) {
+    const int x0 = int(X), y0 = int(Y);
+    const double fx = X - x0, fy = Y - y0;
+    auto at = [&](int x, int y) { return double(p[y * w + x]); };
+    const double top = at(x0, y0) * (1 - fx) + at(x0 + 1, y0) * fx;
+    const double bottom = at(x0, y0 + 1) * (1 - fx) + at(x0 + 1, y0 + 1) * fx;
+    return top * (1 - fy) + bottom * fy;
+}
+
+// Doubling: output pixel x samples the input at (x + 0.5)/2 - 0.5 after the
+// module's shifts at the output scale (camera 1 one column, camera 2 two
+// rows). The chroma of the larger output also goes through SPR's scratch
+// buffers, which must hold the output size.
+TEST(Spr, UpscaleSamplesBetweenInputPixels) {
+    const uint16_t iw = 32, ih = 24, ow = 64, oh = 48;
+    const auto module = shiftModule();
+    ASSERT_EQ(sprInit(module, iw, ih, ow, oh), kvDSR_OK);
+    Frame first(kvDSR_FMT_YUV420SP, iw, ih, 61), second(kvDSR_FMT_YUV420SP, iw, ih, 62);
+    const size_t n = outputBytes(kvDSR_FMT_YUV420SP, ow, oh);
+    std::vector<uint8_t> o1(n + 8, 0x3C), o2(n + 8, 0x3C);
+    ASSERT_EQ(kvDSR_SPR_Run(o2.data(), o1.data(), &second.desc, &first.desc, iw, ih, ow, oh), kvDSR_OK);
+    int bad = 0, checked = 0;
+    for (int y = 0; y < oh; ++y)
+        for (int x = 0; x < ow; ++x) {
+            const double x1 = (x + 1.5) / 2 - 0.5, y1 = (y + 0.5) / 2 - 0.5;
+            const double x2 = (x + 0.5) / 2 - 0.5, y2 = (y + 2.5) / 2 - 0.5;
+            if (x1 >= 0 && y1 >= 0 && x1 < iw - 1 && y1 < ih - 1) {
+                ++checked;
+                bad += std::abs(o1[y * ow + x] - bilinear(first.plane(0), iw, x1, y1)) > 1.0;
+            }
+            if (x2 >= 0 && y2 >= 0 && x2 < iw - 1 && y2 < ih - 1) {
+                ++checked;
+                bad += std::abs(o2[y * ow + x] - bilinear(second.plane(0), iw, x2, y2)) > 1.0;
+            }
+        }
+    EXPECT_GT(checked, ow * oh);
+    EXPECT_EQ(bad, 0);
+    for (size_t i = n; i < o1.size(); ++i) ASSERT_TRUE(o1[i] == 0x3C && o2[i] == 0x3C);
+    kvDSR_SPR_Close();
+}
+
 TEST(Spr, OtherFormatsAreASilentNoOp) {
     const uint16_t w = 32, h = 24;
     const auto module = sampleContainer();

@@ -43,7 +43,10 @@ struct Frame {
 
     Frame(uint32_t fmt, uint16_t width, uint16_t height, uint32_t seed) : format(fmt), w(width), h(height) {
         const size_t luma = size_t(w) * h, quarter = size_t(w / 2) * (h / 2);
-        const size_t size = fmt == kvDSR_FMT_YUV444P ? 3 * luma : luma + 2 * quarter;
+        // 0xF01 chroma: h/2 rows of w bytes (pairs, plus one spare byte at odd widths).
+        const size_t size = fmt == kvDSR_FMT_YUV444P   ? 3 * luma
+                            : fmt == kvDSR_FMT_YUV420SP ? luma + size_t(w) * (h / 2)
+                                                        : luma + 2 * quarter;
         bytes.resize(size);
         std::mt19937 rng(seed);
         for (auto& b : bytes) b = uint8_t(rng());
@@ -66,6 +69,7 @@ struct Frame {
 inline size_t outputBytes(uint32_t fmt, uint16_t w, uint16_t h) {
     const size_t luma = size_t(w) * h;
     if (fmt == kvDSR_FMT_YUV444P) return luma;
+    if (fmt == kvDSR_FMT_YUV420SP) return luma + size_t(w) * (h / 2);
     return luma + 2 * size_t(w / 2) * (h / 2);
 }
 

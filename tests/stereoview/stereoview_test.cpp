@@ -108,13 +108,19 @@ TEST(StereoView, InterleavedChromaMatchesPlanar) {
     kvDSR_StereoView_Close();
 }
 
-class SideBySide : public ::testing::TestWithParam<uint32_t> {};
+struct SbsCase {
+    uint32_t format;
+    uint16_t w, h;
+};
+void PrintTo(const SbsCase& c, std::ostream* os) { *os << std::hex << c.format << std::dec << " " << c.w << "x" << c.h; }
+
+class SideBySide : public ::testing::TestWithParam<SbsCase> {};
 
 // Every row: camera 1 (second descriptor) left, camera 2 right, for luma and
 // for the chroma rows that follow the 2*w*h luma bytes.
 TEST_P(SideBySide, PacksCameraOneLeft) {
-    const uint32_t fmt = GetParam();
-    const uint16_t w = 64, h = 36;  // 16:9: the crop branch on a real module
+    const uint32_t fmt = GetParam().format;
+    const uint16_t w = GetParam().w, h = GetParam().h;  // 16:9: the crop branch on a real module
     const int hw = w / 2, hh = h / 2;
     const auto module = sampleContainer();
     ASSERT_EQ(initWith(module, w, h), kvDSR_OK);
@@ -151,7 +157,13 @@ TEST_P(SideBySide, PacksCameraOneLeft) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, SideBySide,
-                         ::testing::Values(kvDSR_FMT_YUV444P, kvDSR_FMT_YUV420P, kvDSR_FMT_YUV420SP));
+                         ::testing::Values(SbsCase{kvDSR_FMT_YUV444P, 64, 36}, SbsCase{kvDSR_FMT_YUV420P, 64, 36},
+                                           SbsCase{kvDSR_FMT_YUV420SP, 64, 36}));
+#if defined(__x86_64__) || defined(__i386__)
+// Large enough for the 0xF01 chroma split to run on its worker thread. Only
+// on x86 hosts: the ARM builds run under qemu-user, which cannot start threads.
+INSTANTIATE_TEST_SUITE_P(WorkerThread, SideBySide, ::testing::Values(SbsCase{kvDSR_FMT_YUV420SP, 320, 180}));
+#endif
 
 TEST(StereoView, RefusedCallsWriteNothing) {
     const uint16_t w = 32, h = 24;
@@ -210,6 +222,26 @@ TEST(StereoView, InitLargerThenSmallerKeepsBuffersAndResults) {
     EXPECT_EQ(runPair(32, 24), fresh);
     kvDSR_StereoView_Close();
     EXPECT_EQ(stereoview::mapCapacity().full, 0u);
+}
+
+// Frames too small for a 2x2 neighbourhood at full or half size are
+// accepted; nothing is read or written outside the planes.
+TEST(StereoView, TinySizesStayInsideThePlanes) {
+    const auto module = sampleContainer();
+    for (auto [w, h] : {std::pair<uint16_t, uint16_t>{1, 1}, {3, 2}, {5, 3}, {2, 7}}) {
+        SCOPED_TRACE(testing::Message() << w << "x" << h);
+        ASSERT_EQ(initWith(module, w, h), kvDSR_OK);
+        for (uint32_t fmt : {kvDSR_FMT_YUV444P, kvDSR_FMT_YUV420P, kvDSR_FMT_YUV420SP}) {
+            Frame a(fmt, w, h, 1), b(fmt, w, h, 2);
+            const size_t n = outputBytes(fmt, w, h);
+            std::vector<uint8_t> o1(n + 4, 0x11), o2(n + 4, 0x11), sbs(2 * n + 4, 0x11);
+            EXPECT_EQ(kvDSR_StereoView_Run(o2.data(), o1.data(), &b.desc, &a.desc, w, h), kvDSR_OK);
+            EXPECT_EQ(kvDSR_StereoView_Run_SideBySide(sbs.data(), 2u * w, h, &b.desc, &a.desc, w, h), kvDSR_OK);
+            for (size_t i = n; i < o1.size(); ++i) ASSERT_TRUE(o1[i] == 0x11 && o2[i] == 0x11) << fmt;
+            for (size_t i = 2 * n; i < sbs.size(); ++i) ASSERT_EQ(sbs[i], 0x11) << fmt;
+        }
+    }
+    kvDSR_StereoView_Close();
 }
 
 // Sizes whose buffers the allocator refuses: 0x7400C, and no half-built

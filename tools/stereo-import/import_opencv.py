@@ -1,6 +1,6 @@
 """Imports an OpenCV stereo calibration (intrinsics, radial k1 k2 k3, R, T and
-stereoRectify's R1 R2 P1 P2) into the JSON body that `kvdsr-stereo-rig pack`
-turns into a calibration container.
+stereoRectify's R1 R2 P1 P2) into the module JSON that `kvdsr-calib pack`
+turns into a calibration container (docs/remap.md gives the map's model).
 
 Conventions of the library's maps, which this importer inverts:
 - a camera section's rectifying homography H takes a rectified output pixel
@@ -67,10 +67,12 @@ def camera_section(number, K, D, Rrect, Prect, P, size, fill_scale=1.0):
         "number": number,
         "homography": [float(v) for v in H.ravel()],
         "projection": [float(v) for v in (P / np.linalg.norm(P)).ravel()],
-        "modelWidth": w, "modelHeight": h, "calibWidth": w, "calibHeight": h,
+        "mapValues": [0, 0],
+        "modelSize": [w, h],
+        "calibSize": [w, h],
         "pixelPitch": pitch,
         "focalLength": focal * pitch,
-        "principalX": px, "principalY": py,
+        "principalPoint16": [px, py],
         "distortion": distortion_table((D[0], D[1], D[4] if len(D) > 4 else 0.0), focal, w, h, K[0, 2], K[1, 2]),
     }
 
@@ -88,9 +90,16 @@ def body_from_opencv(cal, fill_scales=(1.0, 1.0)):
     }
 
 
-def write_body(path, body):
+def write_module(path, body):
+    """One body in a plain 512-byte container, as kvdsr-calib pack reads it."""
+    module = {
+        "description": "Imported from an OpenCV stereo calibration (camera 1 = OpenCV's first camera)",
+        "units": "radius unit = normalised radius / %g; translations in the calibration's unit" % RADIUS_UNIT,
+        "container": 512,
+        "bodies": [body],
+    }
     with open(path, "w") as f:
-        json.dump(body, f, indent=1)
+        json.dump(module, f, indent=1)
 
 
 def load_opencv_yaml(path):
@@ -106,32 +115,40 @@ def load_opencv_yaml(path):
 
 def _tool(tool, *args):
     return subprocess.run([tool] + [str(a) for a in args], check=True, stdout=subprocess.PIPE,
-                          text=True).stdout
+                          stderr=subprocess.DEVNULL, text=True).stdout
 
 
-def import_to_container(cal, tool, out_path):
+def tools_in(build_dir):
+    """(kvdsr-calib, kvdsr-stereo-rig) of a build with tools."""
+    return (os.path.join(build_dir, "tools", "kvdsr-calib", "kvdsr-calib"),
+            os.path.join(build_dir, "tools", "stereo-import", "kvdsr-stereo-rig"))
+
+
+def import_to_container(cal, build_dir, out_path, json_path=None):
     """Writes the container for an OpenCV calibration and returns the fill
     scales of cameras 1 and 2. The fill scale depends on the distortion table
-    and sizes only, so a first container gives it and the second carries the
-    homographies that undo it."""
+    and sizes only, so a first container gives it (computed by the library's
+    own map build) and the second carries the homographies that undo it."""
+    calib_tool, rig_tool = tools_in(build_dir)
     size = tuple(int(v) for v in cal["size"])
     with tempfile.TemporaryDirectory() as tmp:
         first_json, first_bin = os.path.join(tmp, "first.json"), os.path.join(tmp, "first.bin")
-        write_body(first_json, body_from_opencv(cal))
-        _tool(tool, "pack", first_json, first_bin)
-        scales = tuple(float(v) for v in _tool(tool, "fill-scale", first_bin, size[0], size[1]).split())
-        body_json = os.path.join(tmp, "body.json")
-        write_body(body_json, body_from_opencv(cal, scales))
-        _tool(tool, "pack", body_json, out_path)
+        write_module(first_json, body_from_opencv(cal))
+        _tool(calib_tool, "pack", first_json, "-o", first_bin)
+        scales = tuple(float(v) for v in _tool(rig_tool, "fill-scale", first_bin, size[0], size[1]).split())
+        module_json = json_path or os.path.join(tmp, "module.json")
+        write_module(module_json, body_from_opencv(cal, scales))
+        _tool(calib_tool, "pack", module_json, "-o", out_path)
     return scales
 
 
 def main(argv):
-    if len(argv) != 4:
-        print("usage: import_opencv.py <stereo.yml> <container.bin> <kvdsr-stereo-rig>\n"
-              "  stereo.yml: cv2.FileStorage with K1 D1 K2 D2 R T R1 R2 P1 P2 and size [w, h]")
+    if len(argv) not in (4, 5):
+        print("usage: import_opencv.py <stereo.yml> <container.bin> <build-dir> [<module.json>]\n"
+              "  stereo.yml: cv2.FileStorage with K1 D1 K2 D2 R T R1 R2 P1 P2 and size [w, h]\n"
+              "  build-dir:  a build with tools (kvdsr-calib, kvdsr-stereo-rig)")
         return 2
-    scales = import_to_container(load_opencv_yaml(argv[1]), argv[3], argv[2])
+    scales = import_to_container(load_opencv_yaml(argv[1]), argv[3], argv[2], argv[4] if len(argv) > 4 else None)
     print("wrote %s (fill scales %.6f, %.6f)" % (argv[2], scales[0], scales[1]))
     return 0
 

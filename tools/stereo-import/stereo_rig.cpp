@@ -1,6 +1,5 @@
 // kvdsr-stereo-rig: the library side of the real-rig check.
 //
-//   pack <body.json> <out.bin>        one kind-3 body (512-byte container)
 //   fill-scale <container> <w> <h>    fill scale of cameras 1 and 2 at w x h
 //   rectify <container> <w> <h> (<in1> <in2> <out1> <out2>)...
 //                                     grey w x h frames of camera 1 and 2,
@@ -17,17 +16,10 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
-#include "calibpack.h"
 #include "calibration/calib_block.h"
 #include "kvDSR.h"
 #include "remap/remap.h"
 #include "stereoview/stereo_params.h"
-
-using kvdsr::calibpack::Body;
-using kvdsr::calibpack::CameraSection;
-using Json = nlohmann::json;
 
 namespace {
 
@@ -41,50 +33,6 @@ void writeFile(const std::string& path, const uint8_t* data, size_t n) {
     std::ofstream f(path, std::ios::binary);
     f.write(reinterpret_cast<const char*>(data), std::streamsize(n));
     if (!f) throw std::runtime_error("cannot write " + path);
-}
-
-template <class T, size_t N>
-void readArray(const Json& j, const char* key, std::array<T, N>& out) {
-    if (!j.contains(key)) return;
-    const auto& a = j.at(key);
-    if (a.size() != N) throw std::runtime_error(std::string(key) + ": wrong length");
-    for (size_t i = 0; i < N; ++i) out[i] = a[i].get<T>();
-}
-
-CameraSection sectionFromJson(const Json& j) {
-    CameraSection c;
-    c.number = j.value("number", 1);
-    readArray(j, "homography", c.homography);
-    readArray(j, "projection", c.projection);
-    readArray(j, "mapValues", c.mapValues);
-    c.modelWidth = j.at("modelWidth").get<uint16_t>();
-    c.modelHeight = j.at("modelHeight").get<uint16_t>();
-    c.calibWidth = j.value("calibWidth", c.modelWidth);
-    c.calibHeight = j.value("calibHeight", c.modelHeight);
-    c.pixelPitch = j.at("pixelPitch").get<float>();
-    c.focusSlope = j.value("focusSlope", 0.0f);
-    c.focusInfinity = j.value("focusInfinity", 0.0f);
-    c.focalLength = j.value("focalLength", 0.0f);
-    c.objectDistance = j.value("objectDistance", 0.0f);
-    c.principalX = j.value("principalX", uint16_t(0));
-    c.principalY = j.value("principalY", uint16_t(0));
-    for (const auto& e : j.at("distortion"))
-        c.distortion.push_back({e.at(0).get<int16_t>(), e.at(1).get<int16_t>()});
-    if (c.distortion.size() > 22) throw std::runtime_error("more than 22 distortion entries");
-    return c;
-}
-
-int pack(const std::string& in, const std::string& out) {
-    const auto text = readFile(in);
-    const Json j = Json::parse(text.begin(), text.end());
-    Body b;
-    b.revision = j.value("revision", uint16_t(2));
-    b.referenceWidth = j.value("referenceWidth", uint16_t(0));
-    b.camera1 = sectionFromJson(j.at("camera1"));
-    b.camera2 = sectionFromJson(j.at("camera2"));
-    const auto bytes = kvdsr::calibpack::packContainer({b}, 512);
-    writeFile(out, bytes.data(), bytes.size());
-    return 0;
 }
 
 int fillScale(const std::string& container, uint16_t w, uint16_t h) {
@@ -158,13 +106,11 @@ int rectify(const std::string& container, uint16_t w, uint16_t h, char** files, 
 int main(int argc, char** argv) {
     try {
         const std::string cmd = argc > 1 ? argv[1] : "";
-        if (cmd == "pack" && argc == 4) return pack(argv[2], argv[3]);
         if (cmd == "fill-scale" && argc == 5)
             return fillScale(argv[2], uint16_t(std::stoi(argv[3])), uint16_t(std::stoi(argv[4])));
         if (cmd == "rectify" && argc >= 9 && (argc - 5) % 4 == 0)
             return rectify(argv[2], uint16_t(std::stoi(argv[3])), uint16_t(std::stoi(argv[4])), argv + 5, argc - 5);
-        std::cerr << "usage: kvdsr-stereo-rig pack <body.json> <out.bin>\n"
-                     "       kvdsr-stereo-rig fill-scale <container> <w> <h>\n"
+        std::cerr << "usage: kvdsr-stereo-rig fill-scale <container> <w> <h>\n"
                      "       kvdsr-stereo-rig rectify <container> <w> <h> (<in1> <in2> <out1> <out2>)...\n";
         return 2;
     } catch (const std::exception& e) {

@@ -4,7 +4,7 @@ with OpenCV, imports the calibration into our container, rectifies every pair
 with kvDSR_StereoView_Run and with OpenCV, and compares the vertical disparity
 of matching chessboard corners.
 
-usage: validate_rig.py <build-dir>   (needs tools/stereo-import/kvdsr-stereo-rig)
+usage: validate_rig.py <build-dir>   (a build with tools: kvdsr-calib, kvdsr-stereo-rig)
 Exit status 0 when our mean is within 0.1 px of OpenCV's and our maximum is
 at most 3 px."""
 
@@ -66,10 +66,11 @@ def main():
     if len(sys.argv) != 2:
         print(__doc__)
         return 2
-    tool = os.path.join(sys.argv[1], "tools", "stereo-import", "kvdsr-stereo-rig")
-    if not os.access(tool, os.X_OK):
-        print("missing %s (build with KVDSR_BUILD_TOOLS=ON)" % tool)
-        return 2
+    for t in import_opencv.tools_in(sys.argv[1]):
+        if not os.access(t, os.X_OK):
+            print("missing %s (build with KVDSR_BUILD_TOOLS=ON)" % t)
+            return 2
+    tool = import_opencv.tools_in(sys.argv[1])[1]
 
     pairs = rig_opencv.load_pairs()
     if not pairs:
@@ -81,7 +82,7 @@ def main():
 
     with tempfile.TemporaryDirectory() as tmp:
         container = os.path.join(tmp, "rig.bin")
-        scales = import_opencv.import_to_container(cal, tool, container)
+        scales = import_opencv.import_to_container(cal, sys.argv[1], container)
         print("fill scales: camera 1 %.6f, camera 2 %.6f" % scales)
 
         ours = rectify_ours(tool, container, pairs, tmp, size)
