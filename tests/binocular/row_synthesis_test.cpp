@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <omp.h>
 
 #include <algorithm>
 #include <random>
