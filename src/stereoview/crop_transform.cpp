@@ -4,6 +4,7 @@
 
 #include "calibration/calib_block.h"
 #include "calibration/geometry.h"
+#include "remap/remap.h"
 
 namespace kvdsr::stereoview {
 
@@ -36,6 +37,22 @@ void applyHomography(const double G[9], double x, double y, double& u, double& v
     v = (G[3] * x + G[4] * y + G[5]) / w;
 }
 
+// Fill scale the map build will choose for the section at width x height,
+// and the centre it zooms about; 0 when the build would not fit the frame.
+double mapFillScale(const uint8_t* block, int camera, uint16_t width, uint16_t height, double& cx, double& cy) {
+    const remap::RemapModel model = remap::Remap_BuildModel(block, camera, width, height);
+    cx = model.cx;
+    cy = model.cy;
+    if (!model.gridWidth || !model.gridHeight) return 0.0;
+    const remap::DistortionTable t = remap::DistortionTable_FromSection(block, camera, 0);
+    double sx = 0.0, sy = 0.0;
+    // Without a map the build only runs the fill-scale search.
+    if (remap::DistortionMap_Build(nullptr, model, t.radius, t.distortion, t.calibrationEntries, 0, &sx, &sy, 1) !=
+        remap::kMapOk)
+        return 0.0;
+    return std::isfinite(sx) && sx > 0.0 ? sx : 0.0;
+}
+
 bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height, const CropRect& r) {
     using namespace calib::sec;
     uint8_t* s = block + calib::kSectionOffset[camera];
@@ -59,6 +76,8 @@ bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height
     loadMatrix(s, kHomography, H, 9);
     geom::matMul(t, H, G, 3, 3, 3);
     geom::matMul(Hn, Ginv, t, 3, 3, 3);
+    double unusedX, unusedY;
+    const double fullScale = mapFillScale(block, camera, uint16_t(modelW), uint16_t(modelH), unusedX, unusedY);
 
     double P[12], Pn[12];
     loadMatrix(s, kProjection, P, 12);
@@ -87,7 +106,6 @@ bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height
         return uint16_t(f < 1.0 ? 1.0 : (f > 65535.0 ? 65535.0 : f));  // 0 would mean "centre"
     };
 
-    storeMatrix(s, kHomography, Hn, 9);
     storeMatrix(s, kProjection, Pn, 12);
     calib::store<uint16_t>(s, kPrincipalX, fixed(px));
     calib::store<uint16_t>(s, kPrincipalY, fixed(py));
@@ -95,6 +113,22 @@ bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height
     calib::store<uint16_t>(s, kCalibHeight, uint16_t(uint32_t(r.y1) - r.y0 + 1));
     calib::store<uint16_t>(s, kModelWidth, width);
     calib::store<uint16_t>(s, kModelHeight, height);
+
+    // The map zooms the undistorted image about the principal point by a
+    // fill scale of its own frame, and the crop's frame gets another scale
+    // than the whole image's. Undo the difference, so that the 16:9 output
+    // is the matching crop of the whole image's rectification.
+    // (The fill scale does not depend on the homography.)
+    double zx, zy;
+    const double cropScale = mapFillScale(block, camera, width, height, zx, zy);
+    if (fullScale > 0.0 && cropScale > 0.0) {
+        const double k = fullScale / cropScale;
+        const double Z[9] = {k, 0, zx * (1 - k), 0, k, zy * (1 - k), 0, 0, 1};
+        geom::matMul(t, Z, Hn, 3, 3, 3);
+        storeMatrix(s, kHomography, t, 9);
+    } else {
+        storeMatrix(s, kHomography, Hn, 9);
+    }
     return true;
 }
 

@@ -2,6 +2,8 @@
 // each format and branch, side-by-side packing, errors, repeated Init.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
@@ -78,6 +80,38 @@ INSTANTIATE_TEST_SUITE_P(Branches, ShiftGeometry,
                          ::testing::Values(Branch{64, 48, 1},   // 4:3: camera models rescaled
                                            Branch{64, 36, 0},   // 16:9: centred crops
                                            Branch{128, 72, 0}));
+
+// The 16:9 branch shows the centre rows of what the 4:3 branch shows for the
+// same scene: crops and fill scales are chosen so that the two modes agree.
+// A smooth scene turns any geometric difference into a value difference.
+TEST(StereoView, SixteenByNineIsTheCentreOfFourByThree) {
+    const uint16_t w = 160, h43 = 120, h169 = 90, top = (h43 - h169) / 2;
+    const auto module = sampleContainer();
+    std::vector<uint8_t> scene(size_t(w) * h43);
+    for (int y = 0; y < h43; ++y)
+        for (int x = 0; x < w; ++x)
+            scene[y * w + x] = uint8_t(128 + 60 * std::sin(x / 6.0) * std::cos(y / 5.0));
+    auto run = [&](uint16_t h, const uint8_t* rows, std::vector<uint8_t>& o1, std::vector<uint8_t>& o2) {
+        ASSERT_EQ(initWith(module, w, h), kvDSR_OK);
+        kvDSR_ImageDesc d{kvDSR_FMT_YUV444P, {0, 0, 0}, {const_cast<uint8_t*>(rows), nullptr, nullptr}};
+        o1.assign(size_t(w) * h, 0);
+        o2.assign(size_t(w) * h, 0);
+        ASSERT_EQ(kvDSR_StereoView_Run(o2.data(), o1.data(), &d, &d, w, h), kvDSR_OK);
+    };
+    std::vector<uint8_t> a1, a2, b1, b2;
+    run(h43, scene.data(), a1, a2);
+    ASSERT_EQ(stereoview::useModelTransforms(), 1);
+    run(h169, scene.data() + size_t(top) * w, b1, b2);
+    ASSERT_EQ(stereoview::useModelTransforms(), 0);
+    int worst = 0;
+    for (int y = 4; y < h169 - 4; ++y)
+        for (int x = 4; x < w - 4; ++x) {
+            worst = std::max(worst, std::abs(b1[y * w + x] - a1[(y + top) * w + x]));
+            worst = std::max(worst, std::abs(b2[y * w + x] - a2[(y + top) * w + x]));
+        }
+    EXPECT_LE(worst, 2);
+    kvDSR_StereoView_Close();
+}
 
 // 0xF01 carries the same chroma as 0xF05, interleaved with V first.
 TEST(StereoView, InterleavedChromaMatchesPlanar) {

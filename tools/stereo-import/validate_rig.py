@@ -103,6 +103,13 @@ def main():
     if len(d_crop):
         print(line("kvDSR 16:9 crop %dx%d" % (size[0], ch), rig_opencv.stats(d_crop), f_crop))
 
+    shifted = [tuple(np.vstack([np.zeros((y0, size[0]), np.uint8), v, np.zeros((size[1] - y0 - ch, size[0]), np.uint8)])
+                     for v in pair) for pair in ours_crop]
+    crop_agree = corner_agreement(shifted, ours)
+    if len(crop_agree):
+        print("16:9 crop corners vs the full-frame run's (rows shifted by %d): mean %.3f px, max %.3f px" % (
+            y0, np.mean(crop_agree), np.max(crop_agree)))
+
     agree = corner_agreement(ours, reference)
     if len(agree):
         print("corner positions, ours vs opencv: mean %.3f px, p95 %.3f px, max %.3f px" % (
