@@ -31,8 +31,11 @@ bool homographyFromCorners(const double from[8], const double to[8], double G[9]
 // element normalised to 1, the principal point G^-1 of itself, the
 // calibrated size the rectangle's and the model size width x height. The
 // distortion table is kept: its radii are lengths on the sensor, which the
-// crop does not change. A camera whose G cannot be solved is left untouched
-// and kCropSolveFailed is returned (the other camera is still transformed).
+// crop does not change. The homography also carries the ratio of the map's
+// fill scale for the whole image to the one for the crop, so that the crop
+// shows the same geometry as the whole image's rectification. A camera whose
+// G cannot be solved is left untouched and kCropSolveFailed is returned (the
+// other camera is still transformed).
 uint32_t cropTransform(uint8_t* block, uint16_t width, uint16_t height, const CropRect rects[2]);
 
 }  // namespace kvdsr::stereoview
