@@ -128,6 +128,9 @@ TEST(DepthViewInit, SizeAndCalibrationChecksKeepTheEngineAsItWas) {
     EXPECT_EQ(initEngine(1920, 1080, 640, 480), kvDSR_ERR_SIZE_COMBINATION);
     EXPECT_EQ(kvDSR_Init(shortCalib.data(), 100, nullptr, 0, 32, 24, 8, 6, 0), kvDSR_ERR_CALIB_LENGTH);
     EXPECT_EQ(kvDSR_Run(out.data(), &image, W, H, &depth, DW, DH), kvDSR_OK);  // old sizes still in force
+    // Buffers past the element limit: out of memory, previous set-up kept.
+    EXPECT_EQ(initEngine(65535, 65534, 65535, 65534), kvDSR_ERR_OUT_OF_MEMORY);
+    EXPECT_EQ(kvDSR_Run(out.data(), &image, W, H, &depth, DW, DH), kvDSR_OK);
     kvDSR_Close();
 }
 
