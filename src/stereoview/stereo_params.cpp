@@ -18,8 +18,12 @@ uint32_t parseStereoCalibration(uint8_t block[calib::kBlockSize], const uint8_t*
                                 uint32_t calibrationSize, const uint32_t* keyMaterial, uint32_t keyMaterialSize) {
     std::memset(block, 0, calib::kBlockSize);
     uint32_t size = 0, type = 0, index = 0;
-    return calib::parseCalibration(block, &size, &type, &index, calibration, calibrationSize, keyMaterial,
-                                   keyMaterialSize, 0, layoutSelector(), 0, 1);
+    const uint32_t rc = calib::parseCalibration(block, &size, &type, &index, calibration, calibrationSize,
+                                                keyMaterial, keyMaterialSize, 0, layoutSelector(), 0, 1);
+    // The maps read camera sections at their kind-3 places; a kind-1 body
+    // keeps them elsewhere.
+    if (rc == 0 && type == 1) calib::expandKind1(block, block);
+    return rc;
 }
 
 void rescaleCamera(uint8_t* block, uint16_t width, uint16_t height, int camera) {

@@ -258,6 +258,20 @@ TEST(StereoView, InitLargerThenSmallerKeepsBuffersAndResults) {
     EXPECT_EQ(stereoview::mapCapacity().full, 0u);
 }
 
+// A kind-1 body keeps its camera sections at other offsets; the same camera
+// data must rectify the same way whichever body kind carries it.
+TEST(StereoView, KindOneBodyRectifiesLikeKindThree) {
+    const auto bodies = calibpack::sampleModule();
+    const auto kind3 = calibpack::packContainer(bodies, 512);
+    const auto kind1 = calibpack::packContainer(bodies, 464);
+    kvDSR_StereoView_Close();
+    ASSERT_EQ(initWith(kind3, 64, 48), kvDSR_OK);
+    const auto expected = runPair(64, 48);
+    ASSERT_EQ(initWith(kind1, 64, 48), kvDSR_OK);
+    EXPECT_EQ(runPair(64, 48), expected);
+    kvDSR_StereoView_Close();
+}
+
 // Frames too small for a 2x2 neighbourhood at full or half size are
 // accepted; nothing is read or written outside the planes.
 TEST(StereoView, TinySizesStayInsideThePlanes) {
