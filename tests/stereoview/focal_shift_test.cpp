@@ -308,6 +308,20 @@ TEST_P(FocalShiftSideBySide, LargeFramesOnThreadsMatchTheRule) {
 INSTANTIATE_TEST_SUITE_P(Formats, FocalShiftSideBySide,
                          ::testing::Values(kvDSR_FMT_YUV420SP, kvDSR_FMT_YUV420P));
 
+// An output shorter than the frame gets only its own rows: nothing is
+// written past outWidth * outHeight * 3/2 bytes.
+TEST(FocalShiftSideBySide, FullWidthStaysInsideAShorterOutput) {
+    ASSERT_EQ(initWith(100), kvDSR_OK);
+    const uint16_t outH = kH - 2;
+    Bytes in = randomBytes(kW * kH * 3 / 2, 8), out(kW * outH * 3 / 2 + 16, kCanary);
+    kvDSR_ImageDesc d = desc(kvDSR_FMT_YUV420SP, in);
+    ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(out.data(), kW, outH, &d, kW, kH), kvDSR_OK);
+    for (size_t i = kW * outH * 3 / 2; i < out.size(); ++i) ASSERT_EQ(out[i], kCanary) << i;
+    // The rows it does write follow the rule: row 0 of the left half moved left.
+    EXPECT_EQ(out[0], in[25]);
+    EXPECT_EQ(out[kW * outH], in[kW * kH + 25]);  // chroma starts after the output's own luma
+}
+
 TEST(FocalShiftSideBySide, HalfWidthNeedsTheBufferOfAMatchingInit) {
     Bytes in(kW * kH * 3 / 2, 9), out(kW * kH * 3 / 2, 0);
     kvDSR_ImageDesc d = desc(kvDSR_FMT_YUV420SP, in);
