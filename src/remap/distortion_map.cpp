@@ -133,6 +133,13 @@ bool DistortionTable_Factor(const DistortionTable& table, double r, double* fact
 
 uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double* radii, const double* distortions,
                              int n, int inverse, double* outScaleX, double* outScaleY, int fitToFrame) {
+    return DistortionMap_BuildInBands(map, model, radii, distortions, n, inverse, outScaleX, outScaleY, fitToFrame,
+                                      MapBands{0, nullptr, nullptr});
+}
+
+uint32_t DistortionMap_BuildInBands(double* map, const RemapModel& model, const double* radii,
+                                    const double* distortions, int n, int inverse, double* outScaleX,
+                                    double* outScaleY, int fitToFrame, const MapBands& bands) {
     const DistortionTable table = DistortionTable_Make(radii, distortions, n, inverse);
     double scale = 1.0;
     if (fitToFrame) {
@@ -171,14 +178,19 @@ uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double*
     const bool parallel = uint64_t(w) * uint64_t(h) >= kParallelMinPixels;
     const int teams = parallel ? std::max(1, omp_get_max_threads()) : 1;
     auto radiusRows = allocArray<double>(size_t(teams) * w);  // one row of radii per thread
+    const int band = bands.rows > 0 ? bands.rows : h;
     int beyond = 0;
+    for (int y0 = 0; y0 < h; y0 += band) {
+        const int y1 = std::min(h, y0 + band);
 #pragma omp parallel for schedule(dynamic, 1) reduction(| : beyond) if (parallel)
-    for (int y = 0; y < h; ++y) {
-        double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
-        const double ty = t[y];
-        for (int x = 0; x < w; ++x) r[x] = radiusAt(q[x], ty, pitch);
-        const MapRow row{&table, sorted, r, u, v[y], model.cx, model.cy, w, map + size_t(y) * w * 2};
-        if (kernel(row)) beyond = 1;
+        for (int y = y0; y < y1; ++y) {
+            double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
+            const double ty = t[y];
+            for (int x = 0; x < w; ++x) r[x] = radiusAt(q[x], ty, pitch);
+            const MapRow row{&table, sorted, r, u, v[y], model.cx, model.cy, w, map + size_t(y) * w * 2};
+            if (kernel(row)) beyond = 1;
+        }
+        if (bands.rowsDone) bands.rowsDone(bands.context, y1);
     }
     return beyond ? kMapBeyondTable : kMapOk;
 }

@@ -83,6 +83,26 @@ void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t
     }
 }
 
+int RemapLut_LastMapRow(const double warpMatrix[9], int y, int first, int last, int mapHeight) {
+    const int all = mapHeight - 1;
+    if (mapHeight <= 0) return 0;
+    if (!warpMatrix || isIdentity(warpMatrix)) return std::min(y, all);
+    // With w in [0.5, 2] at both ends, w stays there along the row and v is
+    // monotonic, so its largest value is at an end. The kernels reach the
+    // end through serial sums, which differ from these by far less than the
+    // margin of one row.
+    const double* h = warpMatrix;
+    double top = -HUGE_VAL;
+    for (const int x : {first, last}) {
+        const double w = h[6] * x + h[7] * y + h[8];
+        const double v = (h[3] * x + h[4] * y + h[5]) / w;
+        if (!(w >= 0.5 && w <= 2 && std::fabs(v) < 1e6)) return all;
+        top = std::max(top, v);
+    }
+    // Rows floor(v) and floor(v) + 1 are read.
+    return int(std::clamp(std::floor(top) + 2, 0.0, double(all)));
+}
+
 void LutRowProjective_C(const LutRow& r) {
     const double* h = r.h;
     lutPixels(r, r.first, h[0] * r.first + h[1] * r.y + h[2], h[3] * r.first + h[4] * r.y + h[5],
