@@ -13,22 +13,18 @@ namespace kvdsr::remap {
 namespace {
 
 struct Axis {
-    __m128i i0, step;  // first index, and 1 where the second index is i0 + 1
+    __m128i i0;    // first index
+    __m256d inner;  // mask: the second index is i0 + 1 (false for NaN)
     __m256d frac;
-    __m256d nan;
 };
 
 // clampIndex on four lanes.
 inline Axis clampAxis(__m256d c, int size) {
     const __m256d zero = _mm256_setzero_pd();
     const __m256d top = _mm256_set1_pd(double(size - 1));
-    const __m256d below = _mm256_cmp_pd(c, zero, _CMP_LT_OQ);
-    const __m256d above = _mm256_cmp_pd(c, top, _CMP_GE_OQ);
     Axis a;
-    a.nan = _mm256_cmp_pd(c, c, _CMP_UNORD_Q);
-    const __m256d inner = _mm256_andnot_pd(_mm256_or_pd(_mm256_or_pd(below, above), a.nan), _mm256_set1_pd(1.0));
+    a.inner = _mm256_and_pd(_mm256_cmp_pd(c, zero, _CMP_GE_OQ), _mm256_cmp_pd(c, top, _CMP_LT_OQ));
     a.i0 = _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(c, zero), top));
-    a.step = _mm256_cvttpd_epi32(inner);
     a.frac = _mm256_sub_pd(c, _mm256_cvtepi32_pd(a.i0));
     return a;
 }
@@ -68,6 +64,7 @@ void LutRowProjective_AVX2(const LutRow& r) {
     const __m256i width = _mm256_set1_epi64x(r.mapWidth);
     const __m128i srcWidth = _mm_set1_epi32(int32_t(r.srcWidth));
     const __m128i low16 = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i ramp = _mm_setr_epi32(0, 1, 2, 3);
     const char* base = reinterpret_cast<const char*>(r.map);
     int x = r.first;
     for (; x + 3 <= r.last; x += 4) {
@@ -82,29 +79,54 @@ void LutRowProjective_AVX2(const LutRow& r) {
         const __m256d sw = _mm256_permute2f128_pd(uw01, uw23, 0x31);
         const __m256d sv = _mm256_permute2f128_pd(v01, v23, 0x20);
 
-        const Axis u = clampAxis(_mm256_div_pd(su, sw), r.mapWidth);
-        const Axis v = clampAxis(_mm256_div_pd(sv, sw), r.mapHeight);
-        // Byte offsets of the four corner records of each pixel.
-        alignas(32) int64_t at[16];
-        const __m256i topLeft = _mm256_slli_epi64(
-            _mm256_add_epi64(_mm256_mul_epu32(_mm256_cvtepu32_epi64(v.i0), width), _mm256_cvtepu32_epi64(u.i0)), 4);
-        const __m256i right = _mm256_slli_epi64(_mm256_cvtepu32_epi64(u.step), 4);
-        const __m256i down = _mm256_slli_epi64(_mm256_mul_epu32(_mm256_cvtepu32_epi64(v.step), width), 4);
-        const __m256i bottomLeft = _mm256_add_epi64(topLeft, down);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(at), topLeft);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(at + 4), _mm256_add_epi64(topLeft, right));
-        _mm256_store_si256(reinterpret_cast<__m256i*>(at + 8), bottomLeft);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(at + 12), _mm256_add_epi64(bottomLeft, right));
-        __m256d ax, ay, bx, by, cx, cy, dx, dy;
-        loadFour(base, at, &ax, &ay);
-        loadFour(base, at + 4, &bx, &by);
-        loadFour(base, at + 8, &cx, &cy);
-        loadFour(base, at + 12, &dx, &dy);
-        const __m256d topX = lerp(ax, bx, u.frac), bottomX = lerp(cx, dx, u.frac);
-        const __m256d topY = lerp(ay, by, u.frac), bottomY = lerp(cy, dy, u.frac);
-        const __m256d bad = _mm256_or_pd(u.nan, v.nan);
-        const __m256d X = _mm256_blendv_pd(lerp(topX, bottomX, v.frac), invalid, bad);
-        const __m256d Y = _mm256_blendv_pd(lerp(topY, bottomY, v.frac), invalid, bad);
+        const __m256d uc = _mm256_div_pd(su, sw), vc = _mm256_div_pd(sv, sw);
+        const Axis u = clampAxis(uc, r.mapWidth);
+        const Axis v = clampAxis(vc, r.mapHeight);
+        __m256d X, Y;
+        const __m128i first = _mm_shuffle_epi32(u.i0, 0), row = _mm_shuffle_epi32(v.i0, 0);
+        const __m128i same = _mm_and_si128(_mm_cmpeq_epi32(u.i0, _mm_add_epi32(first, ramp)), _mm_cmpeq_epi32(v.i0, row));
+        if (_mm256_movemask_pd(_mm256_and_pd(u.inner, v.inner)) == 0xF && _mm_movemask_epi8(same) == 0xFFFF) {
+            // The usual case: four neighbouring records of one row pair.
+            // Loaded whole, they come in lane order 0 2 1 3, so the
+            // fractions are put in that order and the results back.
+            const double* top = r.map + (size_t(_mm_cvtsi128_si32(row)) * r.mapWidth + size_t(_mm_cvtsi128_si32(first))) * 2;
+            const double* bottom = top + size_t(r.mapWidth) * 2;
+            const __m256d fu = _mm256_permute4x64_pd(u.frac, 0xD8);
+            const __m256d fv = _mm256_permute4x64_pd(v.frac, 0xD8);
+            const __m256d a0 = _mm256_loadu_pd(top), a1 = _mm256_loadu_pd(top + 4);
+            const __m256d b0 = _mm256_loadu_pd(top + 2), b1 = _mm256_loadu_pd(top + 6);
+            const __m256d c0 = _mm256_loadu_pd(bottom), c1 = _mm256_loadu_pd(bottom + 4);
+            const __m256d d0 = _mm256_loadu_pd(bottom + 2), d1 = _mm256_loadu_pd(bottom + 6);
+            const __m256d tX = lerp(_mm256_unpacklo_pd(a0, a1), _mm256_unpacklo_pd(b0, b1), fu);
+            const __m256d tY = lerp(_mm256_unpackhi_pd(a0, a1), _mm256_unpackhi_pd(b0, b1), fu);
+            const __m256d bX = lerp(_mm256_unpacklo_pd(c0, c1), _mm256_unpacklo_pd(d0, d1), fu);
+            const __m256d bY = lerp(_mm256_unpackhi_pd(c0, c1), _mm256_unpackhi_pd(d0, d1), fu);
+            X = _mm256_permute4x64_pd(lerp(tX, bX, fv), 0xD8);
+            Y = _mm256_permute4x64_pd(lerp(tY, bY, fv), 0xD8);
+        } else {
+            // Byte offsets of the four corner records of each pixel.
+            alignas(32) int64_t at[16];
+            const __m256i topLeft = _mm256_slli_epi64(
+                _mm256_add_epi64(_mm256_mul_epu32(_mm256_cvtepu32_epi64(v.i0), width), _mm256_cvtepu32_epi64(u.i0)), 4);
+            const __m128i uStep = _mm256_cvttpd_epi32(_mm256_and_pd(u.inner, one));
+            const __m128i vStep = _mm256_cvttpd_epi32(_mm256_and_pd(v.inner, one));
+            const __m256i right = _mm256_slli_epi64(_mm256_cvtepu32_epi64(uStep), 4);
+            const __m256i down = _mm256_slli_epi64(_mm256_mul_epu32(_mm256_cvtepu32_epi64(vStep), width), 4);
+            const __m256i bottomLeft = _mm256_add_epi64(topLeft, down);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at), topLeft);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at + 4), _mm256_add_epi64(topLeft, right));
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at + 8), bottomLeft);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at + 12), _mm256_add_epi64(bottomLeft, right));
+            __m256d ax, ay, bx, by, cx, cy, dx, dy;
+            loadFour(base, at, &ax, &ay);
+            loadFour(base, at + 4, &bx, &by);
+            loadFour(base, at + 8, &cx, &cy);
+            loadFour(base, at + 12, &dx, &dy);
+            // NaN coordinates give the invalid point.
+            const __m256d bad = _mm256_cmp_pd(uc, vc, _CMP_UNORD_Q);
+            X = _mm256_blendv_pd(lerp(lerp(ax, bx, u.frac), lerp(cx, dx, u.frac), v.frac), invalid, bad);
+            Y = _mm256_blendv_pd(lerp(lerp(ay, by, u.frac), lerp(cy, dy, u.frac), v.frac), invalid, bad);
+        }
 
         // EntryWriter on the four.
         const __m256d inside = _mm256_and_pd(
