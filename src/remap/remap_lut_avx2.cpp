@@ -19,9 +19,8 @@ struct Axis {
 };
 
 // clampIndex on four lanes.
-inline Axis clampAxis(__m256d c, int size) {
+inline Axis clampAxis(__m256d c, __m256d top) {
     const __m256d zero = _mm256_setzero_pd();
-    const __m256d top = _mm256_set1_pd(double(size - 1));
     Axis a;
     a.inner = _mm256_and_pd(_mm256_cmp_pd(c, zero, _CMP_GE_OQ), _mm256_cmp_pd(c, top, _CMP_LT_OQ));
     a.i0 = _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(c, zero), top));
@@ -66,8 +65,16 @@ void LutRowProjective_AVX2(const LutRow& r) {
     const __m128i low16 = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
     const __m128i ramp = _mm_setr_epi32(0, 1, 2, 3);
     const char* base = reinterpret_cast<const char*>(r.map);
+    // Locals: the table stores could otherwise alias the row description.
+    const double* map = r.map;
+    const size_t mapStride = size_t(r.mapWidth) * 2;
+    uint32_t* const offsets = r.offset;
+    uint16_t* const columnWeights = r.columnWeight;
+    uint16_t* const rowWeights = r.rowWeight;
+    const int last = r.last;
+    const __m256d lastColumn = _mm256_set1_pd(double(r.mapWidth - 1)), lastRow = _mm256_set1_pd(double(r.mapHeight - 1));
     int x = r.first;
-    for (; x + 3 <= r.last; x += 4) {
+    for (; x + 3 <= last; x += 4) {
         const __m256d p0 = sums;
         const __m256d p1 = sums = _mm256_add_pd(p0, step);
         const __m256d p2 = sums = _mm256_add_pd(p1, step);
@@ -80,8 +87,8 @@ void LutRowProjective_AVX2(const LutRow& r) {
         const __m256d sv = _mm256_permute2f128_pd(v01, v23, 0x20);
 
         const __m256d uc = _mm256_div_pd(su, sw), vc = _mm256_div_pd(sv, sw);
-        const Axis u = clampAxis(uc, r.mapWidth);
-        const Axis v = clampAxis(vc, r.mapHeight);
+        const Axis u = clampAxis(uc, lastColumn);
+        const Axis v = clampAxis(vc, lastRow);
         __m256d X, Y;
         const __m128i first = _mm_shuffle_epi32(u.i0, 0), row = _mm_shuffle_epi32(v.i0, 0);
         const __m128i same = _mm_and_si128(_mm_cmpeq_epi32(u.i0, _mm_add_epi32(first, ramp)), _mm_cmpeq_epi32(v.i0, row));
@@ -89,8 +96,8 @@ void LutRowProjective_AVX2(const LutRow& r) {
             // The usual case: four neighbouring records of one row pair.
             // Loaded whole, they come in lane order 0 2 1 3, so the
             // fractions are put in that order and the results back.
-            const double* top = r.map + (size_t(_mm_cvtsi128_si32(row)) * r.mapWidth + size_t(_mm_cvtsi128_si32(first))) * 2;
-            const double* bottom = top + size_t(r.mapWidth) * 2;
+            const double* top = map + size_t(_mm_cvtsi128_si32(row)) * mapStride + size_t(_mm_cvtsi128_si32(first)) * 2;
+            const double* bottom = top + mapStride;
             const __m256d fu = _mm256_permute4x64_pd(u.frac, 0xD8);
             const __m256d fv = _mm256_permute4x64_pd(v.frac, 0xD8);
             const __m256d a0 = _mm256_loadu_pd(top), a1 = _mm256_loadu_pd(top + 4);
@@ -137,13 +144,13 @@ void LutRowProjective_AVX2(const LutRow& r) {
         const __m128i wc = _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(ix), one), X), scale));
         const __m128i wr = _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(iy), one), Y), scale));
         const __m128i offset = _mm_add_epi32(ix, _mm_mullo_epi32(srcWidth, iy));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(r.offset + x), _mm_and_si128(offset, keep));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(r.columnWeight + x), _mm_shuffle_epi8(_mm_and_si128(wc, keep), low16));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(r.rowWeight + x), _mm_shuffle_epi8(_mm_and_si128(wr, keep), low16));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(offsets + x), _mm_and_si128(offset, keep));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(columnWeights + x), _mm_shuffle_epi8(_mm_and_si128(wc, keep), low16));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(rowWeights + x), _mm_shuffle_epi8(_mm_and_si128(wr, keep), low16));
     }
-    alignas(32) double last[4];
-    _mm256_store_pd(last, sums);
-    lutPixels(r, x, last[0], last[1], last[2]);
+    alignas(32) double end[4];
+    _mm256_store_pd(end, sums);
+    lutPixels(r, x, end[0], end[1], end[2]);
 }
 
 }  // namespace kvdsr::remap
