@@ -56,8 +56,6 @@ Axis axisTerms(double grid, double src, double calib, double centre, double scal
     return ax;
 }
 
-inline double radiusAt(double qx, double ty, double pitch) { return std::sqrt(qx + ty * ty) * pitch * 0.001; }
-
 // Extreme scale 1/f over the edge pixels of the grid: columns 0 and W-1
 // give the horizontal scale, rows 0 and H-1 the vertical one (the smallest,
 // so that every edge pixel still lands inside the source).
@@ -185,9 +183,7 @@ uint32_t DistortionMap_BuildInBands(double* map, const RemapModel& model, const 
 #pragma omp parallel for schedule(dynamic, 1) reduction(| : beyond) if (parallel)
         for (int y = y0; y < y1; ++y) {
             double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
-            const double ty = t[y];
-            for (int x = 0; x < w; ++x) r[x] = radiusAt(q[x], ty, pitch);
-            const MapRow row{&table, sorted, r, u, v[y], model.cx, model.cy, w, map + size_t(y) * w * 2};
+            const MapRow row{&table, sorted, r, q, t[y], pitch, u, v[y], model.cx, model.cy, w, map + size_t(y) * w * 2};
             if (kernel(row)) beyond = 1;
         }
         if (bands.rowsDone) bands.rowsDone(bands.context, y1);
@@ -196,6 +192,7 @@ uint32_t DistortionMap_BuildInBands(double* map, const RemapModel& model, const 
 }
 
 bool MapRow_C(const MapRow& row) {
+    for (int x = 0; x < row.width; ++x) row.radius[x] = radiusAt(row.q[x], row.ty, row.pitch);
     int hint = 1;
     double f = 1.0;  // reused where the table gives nothing
     return mapPixels(row, 0, &hint, &f);
