@@ -1,5 +1,8 @@
 // Per-camera set-up and warp: model from the calibration section, map,
 // lookup table and planes.
+#include <omp.h>
+
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -173,7 +176,10 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
         Follow follow{&st.tables, srcWidth,       srcHeight,         model.gridWidth, model.gridHeight, outWidth, mode,
                       extraColumns, model.homography, target, lutRect, lutRect[1]};
         const bool fused = buildLut == 1 && any && st.tables.offset && lutRect[1] <= lutRect[3];
-        const MapBands bands = fused ? MapBands{kMapBandRows, Follow::rowsDone, &follow} : MapBands{0, nullptr, nullptr};
+        // A band per thread's share, so that each batch of table rows is
+        // still large enough to be shared among the threads.
+        const int bandRows = kMapBandRows * std::max(1, omp_get_max_threads());
+        const MapBands bands = fused ? MapBands{bandRows, Follow::rowsDone, &follow} : MapBands{0, nullptr, nullptr};
         const uint32_t result = DistortionMap_BuildInBands(target, model, table.radius, table.distortion,
                                                            table.calibrationEntries, 0, &scaleX, &scaleY, 1, bands);
         if (fused && result == kMapOk) {
