@@ -116,10 +116,15 @@ bool cpuHasAvx2() {
     __builtin_cpu_init();
     return __builtin_cpu_supports("avx2");
 }
+bool cpuHasAvx512() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw");
+}
 #endif
 
 // Constant-initialised; filled on first use by the (single) calling thread.
-LutRowFn g_lutVariants[2] = {};
+LutRowFn g_lutVariants[3] = {};
 std::atomic<int> g_lutVariantCount{0};
 std::atomic<LutRowFn> g_lutKernel{nullptr};
 
@@ -129,6 +134,7 @@ int detectLutVariants() {
     g_lutVariants[n++] = LutRowProjective_C;
 #if defined(__x86_64__)
     if (cpuHasAvx2()) g_lutVariants[n++] = LutRowProjective_AVX2;
+    if (cpuHasAvx2() && cpuHasAvx512()) g_lutVariants[n++] = LutRowProjective_AVX512;
 #endif
     g_lutVariantCount.store(n, std::memory_order_release);
     return n;

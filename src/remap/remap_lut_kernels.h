@@ -92,6 +92,7 @@ using LutRowFn = void (*)(const LutRow& row);
 void LutRowProjective_C(const LutRow& row);
 #if defined(__x86_64__)
 void LutRowProjective_AVX2(const LutRow& row);
+void LutRowProjective_AVX512(const LutRow& row);  // F, DQ, VL, BW
 #endif
 
 // Kernels supported here, [0] the plain one; the last is used unless set.

@@ -722,11 +722,13 @@ TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
     const auto map = randomMap(rng, mw, mh, -1.0, 34.0);
     const double mild[9] = {1.03, 0.04, -2.5, -0.02, 0.97, 1.25, 0.0009, -0.0004, 1.01};
     const double steep[9] = {1.0, 0.1, 0.5, 0.05, 1.0, -0.5, -0.05, 0.001, 1.0};
+    // Runs of consecutive records (the kernels' whole-load path).
+    const double near[9] = {1.0, 0.001, -3.7, 0.002, 1.0, -1.6, 0.00001, 0, 1.0};
     const uint16_t rect[4] = {0, 0, ow - 1, oh - 1};
     const LutRowFn* kernels;
     const int count = lutRowVariants(&kernels);
     for (int k = 0; k < count; ++k) {
-        for (const double* h : {mild, steep}) {
+        for (const double* h : {mild, steep, near}) {
             setLutRowKernel(kernels[k]);
             Tables t(ow * oh);
             RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
