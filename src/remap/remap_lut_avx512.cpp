@@ -14,6 +14,11 @@ namespace {
 
 inline __m512d join(__m256d lo, __m256d hi) { return _mm512_insertf64x4(_mm512_castpd256_pd512(lo), hi, 1); }
 
+// Lanes 1..7 of v, then next.
+inline __m512d shiftIn(__m512d v, double next) {
+    return _mm512_castsi512_pd(_mm512_alignr_epi64(_mm512_castpd_si512(_mm512_set1_pd(next)), _mm512_castpd_si512(v), 1));
+}
+
 inline __m512d lerp(__m512d a, __m512d b, __m512d f) { return _mm512_add_pd(a, _mm512_mul_pd(f, _mm512_sub_pd(b, a))); }
 
 // Sums of four consecutive pixels (lanes u, v, w, unused) as u, v and w of the four.
@@ -76,17 +81,19 @@ void LutRowProjective_AVX512(const LutRow& r) {
         sums = next;
         const __m512d fu = _mm512_sub_pd(uc, _mm512_cvtepi32_pd(iu));
         const __m512d fv = _mm512_sub_pd(vc, _mm512_cvtepi32_pd(iv));
-        // Records column .. column + 8 of rows row and row + 1.
+        // Records column .. column + 8 of rows row and row + 1: X and Y of
+        // the first eight by two permutes, the right neighbours by a shift
+        // in of the ninth.
         const double* top = map + size_t(row) * mapStride + size_t(column) * 2;
         const double* bottom = top + mapStride;
         const __m512d a0 = _mm512_loadu_pd(top), a1 = _mm512_loadu_pd(top + 8);
-        const __m512d b0 = _mm512_loadu_pd(top + 2), b1 = _mm512_loadu_pd(top + 10);
         const __m512d c0 = _mm512_loadu_pd(bottom), c1 = _mm512_loadu_pd(bottom + 8);
-        const __m512d d0 = _mm512_loadu_pd(bottom + 2), d1 = _mm512_loadu_pd(bottom + 10);
-        const __m512d topX = lerp(_mm512_permutex2var_pd(a0, even, a1), _mm512_permutex2var_pd(b0, even, b1), fu);
-        const __m512d topY = lerp(_mm512_permutex2var_pd(a0, odd, a1), _mm512_permutex2var_pd(b0, odd, b1), fu);
-        const __m512d bottomX = lerp(_mm512_permutex2var_pd(c0, even, c1), _mm512_permutex2var_pd(d0, even, d1), fu);
-        const __m512d bottomY = lerp(_mm512_permutex2var_pd(c0, odd, c1), _mm512_permutex2var_pd(d0, odd, d1), fu);
+        const __m512d aX = _mm512_permutex2var_pd(a0, even, a1), aY = _mm512_permutex2var_pd(a0, odd, a1);
+        const __m512d cX = _mm512_permutex2var_pd(c0, even, c1), cY = _mm512_permutex2var_pd(c0, odd, c1);
+        const __m512d bX = shiftIn(aX, top[16]), bY = shiftIn(aY, top[17]);
+        const __m512d dX = shiftIn(cX, bottom[16]), dY = shiftIn(cY, bottom[17]);
+        const __m512d topX = lerp(aX, bX, fu), topY = lerp(aY, bY, fu);
+        const __m512d bottomX = lerp(cX, dX, fu), bottomY = lerp(cY, dY, fu);
         const __m512d X = lerp(topX, bottomX, fv), Y = lerp(topY, bottomY, fv);
 
         // EntryWriter on the eight.
