@@ -136,6 +136,9 @@ int detectLutVariants() {
     if (cpuHasAvx2()) g_lutVariants[n++] = LutRowProjective_AVX2;
     if (cpuHasAvx2() && cpuHasAvx512()) g_lutVariants[n++] = LutRowProjective_AVX512;
 #endif
+#if defined(__aarch64__)
+    g_lutVariants[n++] = LutRowProjective_NEON;
+#endif
     g_lutVariantCount.store(n, std::memory_order_release);
     return n;
 }
