@@ -183,7 +183,8 @@ uint32_t DistortionMap_BuildInBands(double* map, const RemapModel& model, const 
 #pragma omp parallel for schedule(dynamic, 1) reduction(| : beyond) if (parallel)
         for (int y = y0; y < y1; ++y) {
             double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
-            const MapRow row{&table, sorted, r, q, t[y], pitch, u, v[y], model.cx, model.cy, w, map + size_t(y) * w * 2};
+            double* out = map + size_t(y) * w * 2;
+            const MapRow row{&table, sorted, r, q, t[y], pitch, u, v[y], model.cx, model.cy, w, out};
             if (kernel(row)) beyond = 1;
         }
         if (bands.rowsDone) bands.rowsDone(bands.context, y1);

@@ -17,8 +17,9 @@ bool MapRow_AVX2(const MapRow& m) {
     const __m256d tt = _mm256_set1_pd(m.ty * m.ty), pitch = _mm256_set1_pd(m.pitch), milli = _mm256_set1_pd(0.001);
     int x = 0;
     for (; x + 4 <= m.width; x += 4)
-        _mm256_storeu_pd(m.radius + x,
-                         _mm256_mul_pd(_mm256_mul_pd(_mm256_sqrt_pd(_mm256_add_pd(_mm256_loadu_pd(m.q + x), tt)), pitch), milli));
+        _mm256_storeu_pd(
+            m.radius + x,
+            _mm256_mul_pd(_mm256_mul_pd(_mm256_sqrt_pd(_mm256_add_pd(_mm256_loadu_pd(m.q + x), tt)), pitch), milli));
     for (; x < m.width; ++x) m.radius[x] = radiusAt(m.q[x], m.ty, m.pitch);
     if (!m.sorted) return mapPixels(m, 0, &hint, &f);
     bool beyond = false;

@@ -164,16 +164,15 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
                                mapHeight, outWidth, mode, extraColumns, h, map, rows);
                 next = upTo + 1;
             }
+            int lastMapRow(int y) const { return RemapLut_LastMapRow(h, y, rect[0], rect[2], mapHeight); }
             static void rowsDone(void* context, int rows) {
                 Follow& f = *static_cast<Follow*>(context);
                 int upTo = f.next - 1;
-                while (upTo < f.rect[3] &&
-                       (rows >= f.mapHeight || RemapLut_LastMapRow(f.h, upTo + 1, f.rect[0], f.rect[2], f.mapHeight) < rows))
-                    ++upTo;
+                while (upTo < f.rect[3] && (rows >= f.mapHeight || f.lastMapRow(upTo + 1) < rows)) ++upTo;
                 f.build(upTo);
             }
         };
-        Follow follow{&st.tables, srcWidth,       srcHeight,         model.gridWidth, model.gridHeight, outWidth, mode,
+        Follow follow{&st.tables, srcWidth, srcHeight, model.gridWidth, model.gridHeight, outWidth, mode,
                       extraColumns, model.homography, target, lutRect, lutRect[1]};
         const bool fused = buildLut == 1 && any && st.tables.offset && lutRect[1] <= lutRect[3];
         // A band per thread's share, so that each batch of table rows is

@@ -13,7 +13,7 @@ namespace kvdsr::remap {
 namespace {
 
 struct Axis {
-    __m128i i0;    // first index
+    __m128i i0;     // first index
     __m256d inner;  // mask: the second index is i0 + 1 (false for NaN)
     __m256d frac;
 };
@@ -72,7 +72,8 @@ void LutRowProjective_AVX2(const LutRow& r) {
     uint16_t* const columnWeights = r.columnWeight;
     uint16_t* const rowWeights = r.rowWeight;
     const int last = r.last;
-    const __m256d lastColumn = _mm256_set1_pd(double(r.mapWidth - 1)), lastRow = _mm256_set1_pd(double(r.mapHeight - 1));
+    const __m256d lastColumn = _mm256_set1_pd(double(r.mapWidth - 1)),
+                  lastRow = _mm256_set1_pd(double(r.mapHeight - 1));
     int x = r.first;
     for (; x + 3 <= last; x += 4) {
         const __m256d p0 = sums;
@@ -91,7 +92,8 @@ void LutRowProjective_AVX2(const LutRow& r) {
         const Axis v = clampAxis(vc, lastRow);
         __m256d X, Y;
         const __m128i first = _mm_shuffle_epi32(u.i0, 0), row = _mm_shuffle_epi32(v.i0, 0);
-        const __m128i same = _mm_and_si128(_mm_cmpeq_epi32(u.i0, _mm_add_epi32(first, ramp)), _mm_cmpeq_epi32(v.i0, row));
+        const __m128i same =
+            _mm_and_si128(_mm_cmpeq_epi32(u.i0, _mm_add_epi32(first, ramp)), _mm_cmpeq_epi32(v.i0, row));
         if (_mm256_movemask_pd(_mm256_and_pd(u.inner, v.inner)) == 0xF && _mm_movemask_epi8(same) == 0xFFFF) {
             // The usual case: four neighbouring records of one row pair.
             // Loaded whole, they come in lane order 0 2 1 3, so the
@@ -136,16 +138,19 @@ void LutRowProjective_AVX2(const LutRow& r) {
         }
 
         // EntryWriter on the four.
-        const __m256d inside = _mm256_and_pd(
-            _mm256_and_pd(_mm256_cmp_pd(X, zero, _CMP_GE_OQ), _mm256_cmp_pd(X, highX, _CMP_LT_OQ)),
-            _mm256_and_pd(_mm256_cmp_pd(Y, zero, _CMP_GE_OQ), _mm256_cmp_pd(Y, highY, _CMP_LT_OQ)));
+        const __m256d inside =
+            _mm256_and_pd(_mm256_and_pd(_mm256_cmp_pd(X, zero, _CMP_GE_OQ), _mm256_cmp_pd(X, highX, _CMP_LT_OQ)),
+                          _mm256_and_pd(_mm256_cmp_pd(Y, zero, _CMP_GE_OQ), _mm256_cmp_pd(Y, highY, _CMP_LT_OQ)));
         const __m128i keep = narrowMask(inside);
         const __m128i ix = _mm256_cvttpd_epi32(X), iy = _mm256_cvttpd_epi32(Y);
-        const __m128i wc = _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(ix), one), X), scale));
-        const __m128i wr = _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(iy), one), Y), scale));
+        const __m128i wc =
+            _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(ix), one), X), scale));
+        const __m128i wr =
+            _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(iy), one), Y), scale));
         const __m128i offset = _mm_add_epi32(ix, _mm_mullo_epi32(srcWidth, iy));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(offsets + x), _mm_and_si128(offset, keep));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(columnWeights + x), _mm_shuffle_epi8(_mm_and_si128(wc, keep), low16));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(columnWeights + x),
+                         _mm_shuffle_epi8(_mm_and_si128(wc, keep), low16));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(rowWeights + x), _mm_shuffle_epi8(_mm_and_si128(wr, keep), low16));
     }
     alignas(32) double end[4];

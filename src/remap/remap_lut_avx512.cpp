@@ -16,7 +16,8 @@ inline __m512d join(__m256d lo, __m256d hi) { return _mm512_insertf64x4(_mm512_c
 
 // Lanes 1..7 of v, then next.
 inline __m512d shiftIn(__m512d v, double next) {
-    return _mm512_castsi512_pd(_mm512_alignr_epi64(_mm512_castpd_si512(_mm512_set1_pd(next)), _mm512_castpd_si512(v), 1));
+    return _mm512_castsi512_pd(
+        _mm512_alignr_epi64(_mm512_castpd_si512(_mm512_set1_pd(next)), _mm512_castpd_si512(v), 1));
 }
 
 inline __m512d lerp(__m512d a, __m512d b, __m512d f) { return _mm512_add_pd(a, _mm512_mul_pd(f, _mm512_sub_pd(b, a))); }
@@ -38,9 +39,11 @@ void LutRowProjective_AVX512(const LutRow& r) {
                                   h[6] * r.first + h[7] * r.y + h[8], 0.0);
     const __m256d step = _mm256_setr_pd(h[0], h[3], h[6], 0.0);
     const __m512d zero = _mm512_setzero_pd(), one = _mm512_set1_pd(1.0), scale = _mm512_set1_pd(1024.0);
-    const __m512d lastColumn = _mm512_set1_pd(double(r.mapWidth - 1)), lastRow = _mm512_set1_pd(double(r.mapHeight - 1));
+    const __m512d lastColumn = _mm512_set1_pd(double(r.mapWidth - 1)),
+                  lastRow = _mm512_set1_pd(double(r.mapHeight - 1));
     const __m512d highX = _mm512_set1_pd(double(r.srcWidth) - 1), highY = _mm512_set1_pd(double(r.srcHeight) - 1);
-    const __m512i even = _mm512_setr_epi64(0, 2, 4, 6, 8, 10, 12, 14), odd = _mm512_setr_epi64(1, 3, 5, 7, 9, 11, 13, 15);
+    const __m512i even = _mm512_setr_epi64(0, 2, 4, 6, 8, 10, 12, 14),
+                  odd = _mm512_setr_epi64(1, 3, 5, 7, 9, 11, 13, 15);
     const __m256i ramp = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     const __m256i srcWidth = _mm256_set1_epi32(int32_t(r.srcWidth));
     const double* map = r.map;
@@ -62,7 +65,8 @@ void LutRowProjective_AVX512(const LutRow& r) {
         const __m512d uc = _mm512_div_pd(join(u0, u1), sw), vc = _mm512_div_pd(join(v0, v1), sw);
         // clampIndex on eight lanes; only inner points (second index i0 + 1,
         // never NaN) stay here.
-        const __mmask8 inner = _mm512_cmp_pd_mask(uc, zero, _CMP_GE_OQ) & _mm512_cmp_pd_mask(uc, lastColumn, _CMP_LT_OQ) &
+        const __mmask8 inner = _mm512_cmp_pd_mask(uc, zero, _CMP_GE_OQ) &
+                               _mm512_cmp_pd_mask(uc, lastColumn, _CMP_LT_OQ) &
                                _mm512_cmp_pd_mask(vc, zero, _CMP_GE_OQ) & _mm512_cmp_pd_mask(vc, lastRow, _CMP_LT_OQ);
         const __m256i iu = _mm512_cvttpd_epi32(_mm512_min_pd(_mm512_max_pd(uc, zero), lastColumn));
         const __m256i iv = _mm512_cvttpd_epi32(_mm512_min_pd(_mm512_max_pd(vc, zero), lastRow));
@@ -100,12 +104,16 @@ void LutRowProjective_AVX512(const LutRow& r) {
         const __mmask8 inside = _mm512_cmp_pd_mask(X, zero, _CMP_GE_OQ) & _mm512_cmp_pd_mask(X, highX, _CMP_LT_OQ) &
                                 _mm512_cmp_pd_mask(Y, zero, _CMP_GE_OQ) & _mm512_cmp_pd_mask(Y, highY, _CMP_LT_OQ);
         const __m256i ix = _mm512_cvttpd_epi32(X), iy = _mm512_cvttpd_epi32(Y);
-        const __m256i wc = _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_sub_pd(_mm512_add_pd(_mm512_cvtepi32_pd(ix), one), X), scale));
-        const __m256i wr = _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_sub_pd(_mm512_add_pd(_mm512_cvtepi32_pd(iy), one), Y), scale));
+        const __m256i wc =
+            _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_sub_pd(_mm512_add_pd(_mm512_cvtepi32_pd(ix), one), X), scale));
+        const __m256i wr =
+            _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_sub_pd(_mm512_add_pd(_mm512_cvtepi32_pd(iy), one), Y), scale));
         const __m256i offset = _mm256_add_epi32(ix, _mm256_mullo_epi32(srcWidth, iy));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(offsets + x), _mm256_maskz_mov_epi32(inside, offset));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(columnWeights + x), _mm256_cvtepi32_epi16(_mm256_maskz_mov_epi32(inside, wc)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(rowWeights + x), _mm256_cvtepi32_epi16(_mm256_maskz_mov_epi32(inside, wr)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(columnWeights + x),
+                         _mm256_cvtepi32_epi16(_mm256_maskz_mov_epi32(inside, wc)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(rowWeights + x),
+                         _mm256_cvtepi32_epi16(_mm256_maskz_mov_epi32(inside, wr)));
     }
     alignas(32) double end[4];
     _mm256_store_pd(end, sums);

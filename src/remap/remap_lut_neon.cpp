@@ -12,7 +12,9 @@ namespace kvdsr::remap {
 
 namespace {
 
-inline float64x2_t lerp(float64x2_t a, float64x2_t b, float64x2_t f) { return vaddq_f64(a, vmulq_f64(f, vsubq_f64(b, a))); }
+inline float64x2_t lerp(float64x2_t a, float64x2_t b, float64x2_t f) {
+    return vaddq_f64(a, vmulq_f64(f, vsubq_f64(b, a)));
+}
 
 inline float64x2_t pairOf(double a, double b) { return vsetq_lane_f64(b, vdupq_n_f64(a), 1); }
 
@@ -72,8 +74,10 @@ void LutRowProjective_NEON(const LutRow& r) {
         const int64x2_t wc = vcvtq_s64_f64(vmulq_f64(vsubq_f64(vaddq_f64(vcvtq_f64_s64(ix), one), X), scale));
         const int64x2_t wr = vcvtq_s64_f64(vmulq_f64(vsubq_f64(vaddq_f64(vcvtq_f64_s64(iy), one), Y), scale));
         const bool ok0 = vgetq_lane_u64(inside, 0) != 0, ok1 = vgetq_lane_u64(inside, 1) != 0;
-        offsets[x] = ok0 ? uint32_t(int32_t(vgetq_lane_s64(ix, 0))) + srcWidth * uint32_t(int32_t(vgetq_lane_s64(iy, 0))) : 0;
-        offsets[x + 1] = ok1 ? uint32_t(int32_t(vgetq_lane_s64(ix, 1))) + srcWidth * uint32_t(int32_t(vgetq_lane_s64(iy, 1))) : 0;
+        offsets[x] =
+            ok0 ? uint32_t(int32_t(vgetq_lane_s64(ix, 0))) + srcWidth * uint32_t(int32_t(vgetq_lane_s64(iy, 0))) : 0;
+        offsets[x + 1] =
+            ok1 ? uint32_t(int32_t(vgetq_lane_s64(ix, 1))) + srcWidth * uint32_t(int32_t(vgetq_lane_s64(iy, 1))) : 0;
         columnWeights[x] = ok0 ? uint16_t(int32_t(vgetq_lane_s64(wc, 0))) : 0;
         columnWeights[x + 1] = ok1 ? uint16_t(int32_t(vgetq_lane_s64(wc, 1))) : 0;
         rowWeights[x] = ok0 ? uint16_t(int32_t(vgetq_lane_s64(wr, 0))) : 0;
