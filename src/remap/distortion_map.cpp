@@ -220,6 +220,9 @@ int detectMapVariants() {
 #if defined(__x86_64__)
     if (cpuHasAvx2()) g_mapVariants[n++] = MapRow_AVX2;
 #endif
+#if defined(__aarch64__)
+    g_mapVariants[n++] = MapRow_NEON;
+#endif
     g_mapVariantCount.store(n, std::memory_order_release);
     return n;
 }

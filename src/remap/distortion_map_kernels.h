@@ -83,6 +83,9 @@ bool MapRow_C(const MapRow& row);
 #if defined(__x86_64__)
 bool MapRow_AVX2(const MapRow& row);
 #endif
+#if defined(__aarch64__)
+bool MapRow_NEON(const MapRow& row);
+#endif
 
 int mapRowVariants(const MapRowFn** out);
 MapRowFn mapRowKernel();
