@@ -165,11 +165,11 @@ void BM_CopyFloor(benchmark::State& state) {
 }
 
 // Map and table (as Init does), or one of the two alone; optionally with
-// the plain table row kernel.
-void BM_Build(benchmark::State& state, int buildMap, int buildLut, bool plainRows) {
+// one given table row kernel.
+void BM_Build(benchmark::State& state, int buildMap, int buildLut, LutRowFn rows) {
     Fixture& f = fixture();
     setThreads(int(state.range(0)));
-    setLutRowKernel(plainRows ? LutRowProjective_C : nullptr);
+    setLutRowKernel(rows);
     for (auto _ : state) {
         const uint32_t r =
             Remap_BuildCamera(nullptr, f.block.data(), nullptr, kWidth, kHeight, 2, -1, buildMap, buildLut, 3);
@@ -227,10 +227,19 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("CvRemap", BM_CvRemap)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif
         benchmark::RegisterBenchmark("CopyFloor10", BM_CopyFloor)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build", BM_Build, 1, 1, false)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build/map", BM_Build, 1, 0, false)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build/table", BM_Build, 0, 1, false)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build/table/C", BM_Build, 0, 1, true)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Build", BM_Build, 1, 1, nullptr)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Build/map", BM_Build, 1, 0, nullptr)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Build/table", BM_Build, 0, 1, nullptr)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
+        // Every table row kernel this CPU runs, in detection order.
+        const LutRowFn* rowKernels;
+        const int rowCount = lutRowVariants(&rowKernels);
+        static const char* const kRowNames[] = {"C", "AVX2", "AVX-512"};
+        for (int i = 0; i < rowCount && i < 3; ++i)
+            benchmark::RegisterBenchmark((std::string("Build/table/") + kRowNames[i]).c_str(), BM_Build, 0, 1,
+                                         rowKernels[i])
+                ->Arg(threads)
+                ->UseRealTime()
+                ->Unit(benchmark::kMillisecond);
 #if KVDSR_WITH_OPENCV
         benchmark::RegisterBenchmark("CvBuild", BM_CvBuild)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif

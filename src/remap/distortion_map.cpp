@@ -56,8 +56,6 @@ Axis axisTerms(double grid, double src, double calib, double centre, double scal
     return ax;
 }
 
-inline double radiusAt(double qx, double ty, double pitch) { return std::sqrt(qx + ty * ty) * pitch * 0.001; }
-
 // Extreme scale 1/f over the edge pixels of the grid: columns 0 and W-1
 // give the horizontal scale, rows 0 and H-1 the vertical one (the smallest,
 // so that every edge pixel still lands inside the source).
@@ -133,6 +131,13 @@ bool DistortionTable_Factor(const DistortionTable& table, double r, double* fact
 
 uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double* radii, const double* distortions,
                              int n, int inverse, double* outScaleX, double* outScaleY, int fitToFrame) {
+    return DistortionMap_BuildInBands(map, model, radii, distortions, n, inverse, outScaleX, outScaleY, fitToFrame,
+                                      MapBands{0, nullptr, nullptr});
+}
+
+uint32_t DistortionMap_BuildInBands(double* map, const RemapModel& model, const double* radii,
+                                    const double* distortions, int n, int inverse, double* outScaleX,
+                                    double* outScaleY, int fitToFrame, const MapBands& bands) {
     const DistortionTable table = DistortionTable_Make(radii, distortions, n, inverse);
     double scale = 1.0;
     if (fitToFrame) {
@@ -171,19 +176,24 @@ uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double*
     const bool parallel = uint64_t(w) * uint64_t(h) >= kParallelMinPixels;
     const int teams = parallel ? std::max(1, omp_get_max_threads()) : 1;
     auto radiusRows = allocArray<double>(size_t(teams) * w);  // one row of radii per thread
+    const int band = bands.rows > 0 ? bands.rows : h;
     int beyond = 0;
+    for (int y0 = 0; y0 < h; y0 += band) {
+        const int y1 = std::min(h, y0 + band);
 #pragma omp parallel for schedule(dynamic, 1) reduction(| : beyond) if (parallel)
-    for (int y = 0; y < h; ++y) {
-        double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
-        const double ty = t[y];
-        for (int x = 0; x < w; ++x) r[x] = radiusAt(q[x], ty, pitch);
-        const MapRow row{&table, sorted, r, u, v[y], model.cx, model.cy, w, map + size_t(y) * w * 2};
-        if (kernel(row)) beyond = 1;
+        for (int y = y0; y < y1; ++y) {
+            double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
+            double* out = map + size_t(y) * w * 2;
+            const MapRow row{&table, sorted, r, q, t[y], pitch, u, v[y], model.cx, model.cy, w, out};
+            if (kernel(row)) beyond = 1;
+        }
+        if (bands.rowsDone) bands.rowsDone(bands.context, y1);
     }
     return beyond ? kMapBeyondTable : kMapOk;
 }
 
 bool MapRow_C(const MapRow& row) {
+    for (int x = 0; x < row.width; ++x) row.radius[x] = radiusAt(row.q[x], row.ty, row.pitch);
     int hint = 1;
     double f = 1.0;  // reused where the table gives nothing
     return mapPixels(row, 0, &hint, &f);
@@ -209,6 +219,9 @@ int detectMapVariants() {
     g_mapVariants[n++] = MapRow_C;
 #if defined(__x86_64__)
     if (cpuHasAvx2()) g_mapVariants[n++] = MapRow_AVX2;
+#endif
+#if defined(__aarch64__)
+    g_mapVariants[n++] = MapRow_NEON;
 #endif
     g_mapVariantCount.store(n, std::memory_order_release);
     return n;

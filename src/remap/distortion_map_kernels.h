@@ -3,6 +3,7 @@
 // with the scalar kernel's operations per lane, so both give the same map.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 #include "remap/pair_math.h"
@@ -39,11 +40,17 @@ inline bool searchFactor(const DistortionTable& t, double r, double* factor) {
     return false;
 }
 
-// One map row: radii and displacement terms in, (X, Y) records out.
+// Table radius of a grid pixel from its squared column term and row term.
+inline double radiusAt(double qx, double ty, double pitch) { return std::sqrt(qx + ty * ty) * pitch * 0.001; }
+
+// One map row: radius and displacement terms in, (X, Y) records out. The
+// kernel fills radius[x] = radiusAt(q[x], ty, pitch) before it uses it.
 struct MapRow {
     const DistortionTable* table;
     bool sorted;             // radii ascending: searches may start from a hint
-    const double* radius;    // per column
+    double* radius;          // per column (scratch of width values)
+    const double* q;         // per column squared radius term
+    double ty, pitch;
     const double* u;         // per column displacement
     double v, cx, cy;
     int width;
@@ -75,6 +82,9 @@ using MapRowFn = bool (*)(const MapRow& row);
 bool MapRow_C(const MapRow& row);
 #if defined(__x86_64__)
 bool MapRow_AVX2(const MapRow& row);
+#endif
+#if defined(__aarch64__)
+bool MapRow_NEON(const MapRow& row);
 #endif
 
 int mapRowVariants(const MapRowFn** out);

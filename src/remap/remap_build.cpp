@@ -1,5 +1,8 @@
 // Per-camera set-up and warp: model from the calibration section, map,
 // lookup table and planes.
+#include <omp.h>
+
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -118,6 +121,20 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
                            model.homography, map, lutRect);
     };
 
+    // Warp through the tables just built (or kept).
+    auto applyTables = [&]() -> uint32_t {
+        // Tables of this call only exist if they were just built.
+        const bool tablesUsable = st.tables.offset && (st.tablesPersist || buildLut == 1);
+        if (planes >= 3 || !any || !tablesUsable || !dst || !src || srcWidth < 2 || srcHeight < 2) return 0;
+        const uint16_t warpRect[4] = {uint16_t(r[0]), uint16_t(r[1]), uint16_t(r[2]), uint16_t(r[3])};
+        const size_t srcPlane = size_t(srcWidth) * srcHeight, dstPlane = size_t(stride) * outHeight;
+        const uint32_t firstPlane = planes == 2 ? 1 : 0, lastPlane = planes == 0 ? 0 : 2;
+        for (uint32_t k = firstPlane; k <= lastPlane; ++k)
+            Remap_ApplyPlane(dst + k * dstPlane, src + k * srcPlane, st.tables.offset, st.tables.columnWeight,
+                             st.tables.rowWeight, srcWidth, stride, warpRect);
+        return 0;
+    };
+
     const double* map = nullptr;
     if (buildMap == 1) {
         double* target = st.map;
@@ -127,8 +144,47 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
         }
         const DistortionTable table = DistortionTable_FromSection(calibrationBody, model.camera, 0);
         double scaleX, scaleY;
-        const uint32_t result = DistortionMap_Build(target, model, table.radius, table.distortion,
-                                                    table.calibrationEntries, 0, &scaleX, &scaleY, 1);
+        // The table rows are built as soon as the map rows they read are
+        // final, while those are still in cache (the same entries as
+        // building them after the whole map).
+        struct Follow {
+            const RemapTables* tables;
+            uint16_t srcWidth, srcHeight, mapWidth, mapHeight, outWidth;
+            int mode;
+            uint32_t extraColumns;
+            const double* h;
+            const double* map;
+            const uint16_t* rect;
+            int next;  // first table row not built yet
+
+            void build(int upTo) {
+                if (next > upTo) return;
+                const uint16_t rows[4] = {rect[0], uint16_t(next), rect[2], uint16_t(upTo)};
+                RemapLut_Build(tables->offset, tables->columnWeight, tables->rowWeight, srcWidth, srcHeight, mapWidth,
+                               mapHeight, outWidth, mode, extraColumns, h, map, rows);
+                next = upTo + 1;
+            }
+            int lastMapRow(int y) const { return RemapLut_LastMapRow(h, y, rect[0], rect[2], mapHeight); }
+            static void rowsDone(void* context, int rows) {
+                Follow& f = *static_cast<Follow*>(context);
+                int upTo = f.next - 1;
+                while (upTo < f.rect[3] && (rows >= f.mapHeight || f.lastMapRow(upTo + 1) < rows)) ++upTo;
+                f.build(upTo);
+            }
+        };
+        Follow follow{&st.tables, srcWidth, srcHeight, model.gridWidth, model.gridHeight, outWidth, mode,
+                      extraColumns, model.homography, target, lutRect, lutRect[1]};
+        const bool fused = buildLut == 1 && any && st.tables.offset && lutRect[1] <= lutRect[3];
+        // A band per thread's share, so that each batch of table rows is
+        // still large enough to be shared among the threads.
+        const int bandRows = kMapBandRows * std::max(1, omp_get_max_threads());
+        const MapBands bands = fused ? MapBands{bandRows, Follow::rowsDone, &follow} : MapBands{0, nullptr, nullptr};
+        const uint32_t result = DistortionMap_BuildInBands(target, model, table.radius, table.distortion,
+                                                           table.calibrationEntries, 0, &scaleX, &scaleY, 1, bands);
+        if (fused && result == kMapOk) {
+            follow.build(lutRect[3]);  // rows no band reached (an empty grid)
+            return applyTables();
+        }
         if (result != kMapOk) {
             // Kept tables would otherwise hold stale (or never written)
             // offsets for a later warp: leave border entries instead.
@@ -150,17 +206,7 @@ uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const
     }
 
     buildTables(map);
-
-    // Tables of this call only exist if they were just built.
-    const bool tablesUsable = st.tables.offset && (st.tablesPersist || buildLut == 1);
-    if (planes >= 3 || !any || !tablesUsable || !dst || !src || srcWidth < 2 || srcHeight < 2) return 0;
-    const uint16_t warpRect[4] = {uint16_t(r[0]), uint16_t(r[1]), uint16_t(r[2]), uint16_t(r[3])};
-    const size_t srcPlane = size_t(srcWidth) * srcHeight, dstPlane = size_t(stride) * outHeight;
-    const uint32_t firstPlane = planes == 2 ? 1 : 0, lastPlane = planes == 0 ? 0 : 2;
-    for (uint32_t k = firstPlane; k <= lastPlane; ++k)
-        Remap_ApplyPlane(dst + k * dstPlane, src + k * srcPlane, st.tables.offset, st.tables.columnWeight,
-                         st.tables.rowWeight, srcWidth, stride, warpRect);
-    return 0;
+    return applyTables();
 }
 
 }  // namespace kvdsr::remap

@@ -28,4 +28,22 @@ bool workspaceHoldsCamera(int camera);
 bool effectiveRect(const uint16_t rect[4], uint32_t outWidth, uint32_t outHeight, int mode, uint32_t extraColumns,
                    uint32_t columnShiftFlag, uint32_t out[4], uint32_t* shift);
 
+// DistortionMap_Build in bands of rows: after each band, rowsDone(context, n)
+// with n the count of leading map rows that are final (the last call has
+// every row). Lets the table rows that read only those be built while they
+// are still in cache.
+constexpr int kMapBandRows = 16;
+struct MapBands {
+    int rows;
+    void (*rowsDone)(void* context, int rows);
+    void* context;
+};
+uint32_t DistortionMap_BuildInBands(double* map, const RemapModel& model, const double* radii,
+                                    const double* distortions, int n, int inverse, double* outScaleX,
+                                    double* outScaleY, int fitToFrame, const MapBands& bands);
+
+// Highest map row that RemapLut_Build may read for table row y over columns
+// first..last (conservative; mapHeight - 1 when it cannot tell).
+int RemapLut_LastMapRow(const double warpMatrix[9], int y, int first, int last, int mapHeight);
+
 }  // namespace kvdsr::remap

@@ -83,6 +83,26 @@ void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t
     }
 }
 
+int RemapLut_LastMapRow(const double warpMatrix[9], int y, int first, int last, int mapHeight) {
+    const int all = mapHeight - 1;
+    if (mapHeight <= 0) return 0;
+    if (!warpMatrix || isIdentity(warpMatrix)) return std::min(y, all);
+    // With w in [0.5, 2] at both ends, w stays there along the row and v is
+    // monotonic, so its largest value is at an end. The kernels reach the
+    // end through serial sums, which differ from these by far less than the
+    // margin of one row.
+    const double* h = warpMatrix;
+    double top = -HUGE_VAL;
+    for (const int x : {first, last}) {
+        const double w = h[6] * x + h[7] * y + h[8];
+        const double v = (h[3] * x + h[4] * y + h[5]) / w;
+        if (!(w >= 0.5 && w <= 2 && std::fabs(v) < 1e6)) return all;
+        top = std::max(top, v);
+    }
+    // Rows floor(v) and floor(v) + 1 are read.
+    return int(std::clamp(std::floor(top) + 2, 0.0, double(all)));
+}
+
 void LutRowProjective_C(const LutRow& r) {
     const double* h = r.h;
     lutPixels(r, r.first, h[0] * r.first + h[1] * r.y + h[2], h[3] * r.first + h[4] * r.y + h[5],
@@ -96,10 +116,15 @@ bool cpuHasAvx2() {
     __builtin_cpu_init();
     return __builtin_cpu_supports("avx2");
 }
+bool cpuHasAvx512() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw");
+}
 #endif
 
 // Constant-initialised; filled on first use by the (single) calling thread.
-LutRowFn g_lutVariants[2] = {};
+LutRowFn g_lutVariants[3] = {};
 std::atomic<int> g_lutVariantCount{0};
 std::atomic<LutRowFn> g_lutKernel{nullptr};
 
@@ -109,6 +134,10 @@ int detectLutVariants() {
     g_lutVariants[n++] = LutRowProjective_C;
 #if defined(__x86_64__)
     if (cpuHasAvx2()) g_lutVariants[n++] = LutRowProjective_AVX2;
+    if (cpuHasAvx2() && cpuHasAvx512()) g_lutVariants[n++] = LutRowProjective_AVX512;
+#endif
+#if defined(__aarch64__)
+    g_lutVariants[n++] = LutRowProjective_NEON;
 #endif
     g_lutVariantCount.store(n, std::memory_order_release);
     return n;

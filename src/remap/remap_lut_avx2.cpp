@@ -1,7 +1,8 @@
-// AVX2 row kernel of the projective table build: four pixels per step.
-// Per lane it performs exactly the scalar kernel's operations (divisions,
-// clamped indices, the pairwise X/Y blend, truncations), so the tables are
-// identical; the homogeneous sums still advance one pixel at a time.
+// AVX2 row kernel of the projective table build: four pixels per step, X
+// and Y of the four held in separate registers. Per lane it performs
+// exactly the scalar kernel's operations (divisions, clamped indices, the
+// bilinear blend, truncations), so the tables are identical. The three
+// homogeneous sums advance together in one register, one pixel at a time.
 #if defined(__x86_64__)
 #include <immintrin.h>
 
@@ -12,100 +13,149 @@ namespace kvdsr::remap {
 namespace {
 
 struct Axis {
-    alignas(16) int32_t i0[4];
-    alignas(16) int32_t i1[4];
+    __m128i i0;     // first index
+    __m256d inner;  // mask: the second index is i0 + 1 (false for NaN)
     __m256d frac;
-    __m256d nan;
 };
 
 // clampIndex on four lanes.
-inline Axis clampAxis(__m256d c, int size) {
+inline Axis clampAxis(__m256d c, __m256d top) {
     const __m256d zero = _mm256_setzero_pd();
-    const __m256d top = _mm256_set1_pd(double(size - 1));
-    const __m256d below = _mm256_cmp_pd(c, zero, _CMP_LT_OQ);
-    const __m256d above = _mm256_cmp_pd(c, top, _CMP_GE_OQ);
     Axis a;
-    a.nan = _mm256_cmp_pd(c, c, _CMP_UNORD_Q);
-    const __m256d inner = _mm256_andnot_pd(_mm256_or_pd(_mm256_or_pd(below, above), a.nan), _mm256_set1_pd(1.0));
-    const __m128i i0 = _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(c, zero), top));
-    _mm_store_si128(reinterpret_cast<__m128i*>(a.i0), i0);
-    _mm_store_si128(reinterpret_cast<__m128i*>(a.i1), _mm_add_epi32(i0, _mm256_cvttpd_epi32(inner)));
-    a.frac = _mm256_sub_pd(c, _mm256_cvtepi32_pd(i0));
+    a.inner = _mm256_and_pd(_mm256_cmp_pd(c, zero, _CMP_GE_OQ), _mm256_cmp_pd(c, top, _CMP_LT_OQ));
+    a.i0 = _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(c, zero), top));
+    a.frac = _mm256_sub_pd(c, _mm256_cvtepi32_pd(a.i0));
     return a;
 }
 
-inline __m256d loadTwo(const double* lo, const double* hi) {
-    return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(lo)), _mm_loadu_pd(hi), 1);
+inline __m256d loadTwo(const char* base, int64_t lo, int64_t hi) {
+    return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(reinterpret_cast<const double*>(base + lo))),
+                                _mm_loadu_pd(reinterpret_cast<const double*>(base + hi)), 1);
 }
 
-// Two pixels (lanes p, p+1 of the axes) as (X, Y, X, Y).
-inline __m256d sampleTwo(const LutRow& r, const Axis& u, const Axis& v, int p, __m256d fu, __m256d fv) {
-    const size_t w2 = size_t(r.mapWidth) * 2;
-    const double* top0 = r.map + size_t(v.i0[p]) * w2;
-    const double* bot0 = r.map + size_t(v.i1[p]) * w2;
-    const double* top1 = r.map + size_t(v.i0[p + 1]) * w2;
-    const double* bot1 = r.map + size_t(v.i1[p + 1]) * w2;
-    const __m256d a = loadTwo(top0 + 2 * u.i0[p], top1 + 2 * u.i0[p + 1]);
-    const __m256d b = loadTwo(bot0 + 2 * u.i0[p], bot1 + 2 * u.i0[p + 1]);
-    const __m256d aRight = loadTwo(top0 + 2 * u.i1[p], top1 + 2 * u.i1[p + 1]);
-    const __m256d bRight = loadTwo(bot0 + 2 * u.i1[p], bot1 + 2 * u.i1[p + 1]);
-    const __m256d rowTop = _mm256_add_pd(a, _mm256_mul_pd(fu, _mm256_sub_pd(aRight, a)));
-    const __m256d rowBottom = _mm256_add_pd(b, _mm256_mul_pd(fu, _mm256_sub_pd(bRight, b)));
-    return _mm256_add_pd(rowTop, _mm256_mul_pd(fv, _mm256_sub_pd(rowBottom, rowTop)));
+// The records at four byte offsets, as X of the four and Y of the four.
+inline void loadFour(const char* base, const int64_t* at, __m256d* x, __m256d* y) {
+    const __m256d even = loadTwo(base, at[0], at[2]);  // X0 Y0 X2 Y2
+    const __m256d odd = loadTwo(base, at[1], at[3]);   // X1 Y1 X3 Y3
+    *x = _mm256_unpacklo_pd(even, odd);
+    *y = _mm256_unpackhi_pd(even, odd);
 }
 
-// EntryWriter on two pixels.
-inline void writeTwo(const LutRow& r, __m256d xy, __m256d high, int x) {
-    const __m256d inside =
-        _mm256_and_pd(_mm256_cmp_pd(xy, _mm256_setzero_pd(), _CMP_GE_OQ), _mm256_cmp_pd(xy, high, _CMP_LT_OQ));
-    const int mask = _mm256_movemask_pd(inside);
-    const __m128i whole = _mm256_cvttpd_epi32(xy);
-    const __m256d frac = _mm256_mul_pd(
-        _mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(whole), _mm256_set1_pd(1.0)), xy), _mm256_set1_pd(1024.0));
-    const __m128i weights = _mm256_cvttpd_epi32(frac);
-    alignas(16) int32_t i[4], w[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(i), whole);
-    _mm_store_si128(reinterpret_cast<__m128i*>(w), weights);
-    for (int p = 0; p < 2; ++p) {
-        const bool ok = ((mask >> (2 * p)) & 3) == 3;
-        r.offset[x + p] = ok ? uint32_t(i[2 * p]) + r.srcWidth * uint32_t(i[2 * p + 1]) : 0;
-        r.columnWeight[x + p] = ok ? uint16_t(w[2 * p]) : 0;
-        r.rowWeight[x + p] = ok ? uint16_t(w[2 * p + 1]) : 0;
-    }
+inline __m256d lerp(__m256d a, __m256d b, __m256d f) { return _mm256_add_pd(a, _mm256_mul_pd(f, _mm256_sub_pd(b, a))); }
+
+// The four 64-bit lane masks as four 32-bit ones.
+inline __m128i narrowMask(__m256d m) {
+    const __m128 lo = _mm_castpd_ps(_mm256_castpd256_pd128(m)), hi = _mm_castpd_ps(_mm256_extractf128_pd(m, 1));
+    return _mm_castps_si128(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0)));
 }
 
 }  // namespace
 
 void LutRowProjective_AVX2(const LutRow& r) {
     const double* h = r.h;
-    double su = h[0] * r.first + h[1] * r.y + h[2];
-    double sv = h[3] * r.first + h[4] * r.y + h[5];
-    double sw = h[6] * r.first + h[7] * r.y + h[8];
-    const __m256d high = _mm256_setr_pd(double(r.srcWidth) - 1, double(r.srcHeight) - 1, double(r.srcWidth) - 1,
-                                        double(r.srcHeight) - 1);
+    // Lanes: u, v, w sums and an unused one.
+    __m256d sums = _mm256_setr_pd(h[0] * r.first + h[1] * r.y + h[2], h[3] * r.first + h[4] * r.y + h[5],
+                                  h[6] * r.first + h[7] * r.y + h[8], 0.0);
+    const __m256d step = _mm256_setr_pd(h[0], h[3], h[6], 0.0);
+    const __m256d zero = _mm256_setzero_pd(), one = _mm256_set1_pd(1.0), scale = _mm256_set1_pd(1024.0);
     const __m256d invalid = _mm256_set1_pd(-1.0);
+    const __m256d highX = _mm256_set1_pd(double(r.srcWidth) - 1), highY = _mm256_set1_pd(double(r.srcHeight) - 1);
+    const __m256i width = _mm256_set1_epi64x(r.mapWidth);
+    const __m128i srcWidth = _mm_set1_epi32(int32_t(r.srcWidth));
+    const __m128i low16 = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i ramp = _mm_setr_epi32(0, 1, 2, 3);
+    const char* base = reinterpret_cast<const char*>(r.map);
+    // Locals: the table stores could otherwise alias the row description.
+    const double* map = r.map;
+    const size_t mapStride = size_t(r.mapWidth) * 2;
+    uint32_t* const offsets = r.offset;
+    uint16_t* const columnWeights = r.columnWeight;
+    uint16_t* const rowWeights = r.rowWeight;
+    const int last = r.last;
+    const __m256d lastColumn = _mm256_set1_pd(double(r.mapWidth - 1)),
+                  lastRow = _mm256_set1_pd(double(r.mapHeight - 1));
     int x = r.first;
-    for (; x + 3 <= r.last; x += 4) {
-        alignas(32) double bu[4], bv[4], bw[4];
-        for (int k = 0; k < 4; ++k, su += h[0], sv += h[3], sw += h[6]) {
-            bu[k] = su;
-            bv[k] = sv;
-            bw[k] = sw;
+    for (; x + 3 <= last; x += 4) {
+        const __m256d p0 = sums;
+        const __m256d p1 = sums = _mm256_add_pd(p0, step);
+        const __m256d p2 = sums = _mm256_add_pd(p1, step);
+        const __m256d p3 = sums = _mm256_add_pd(p2, step);
+        sums = _mm256_add_pd(p3, step);
+        const __m256d uw01 = _mm256_unpacklo_pd(p0, p1), v01 = _mm256_unpackhi_pd(p0, p1);  // u0 u1 w0 w1, v0 v1 . .
+        const __m256d uw23 = _mm256_unpacklo_pd(p2, p3), v23 = _mm256_unpackhi_pd(p2, p3);
+        const __m256d su = _mm256_permute2f128_pd(uw01, uw23, 0x20);
+        const __m256d sw = _mm256_permute2f128_pd(uw01, uw23, 0x31);
+        const __m256d sv = _mm256_permute2f128_pd(v01, v23, 0x20);
+
+        const __m256d uc = _mm256_div_pd(su, sw), vc = _mm256_div_pd(sv, sw);
+        const Axis u = clampAxis(uc, lastColumn);
+        const Axis v = clampAxis(vc, lastRow);
+        __m256d X, Y;
+        const __m128i first = _mm_shuffle_epi32(u.i0, 0), row = _mm_shuffle_epi32(v.i0, 0);
+        const __m128i same =
+            _mm_and_si128(_mm_cmpeq_epi32(u.i0, _mm_add_epi32(first, ramp)), _mm_cmpeq_epi32(v.i0, row));
+        if (_mm256_movemask_pd(_mm256_and_pd(u.inner, v.inner)) == 0xF && _mm_movemask_epi8(same) == 0xFFFF) {
+            // The usual case: four neighbouring records of one row pair.
+            // Loaded whole, they come in lane order 0 2 1 3, so the
+            // fractions are put in that order and the results back.
+            const double* top = map + size_t(_mm_cvtsi128_si32(row)) * mapStride + size_t(_mm_cvtsi128_si32(first)) * 2;
+            const double* bottom = top + mapStride;
+            const __m256d fu = _mm256_permute4x64_pd(u.frac, 0xD8);
+            const __m256d fv = _mm256_permute4x64_pd(v.frac, 0xD8);
+            const __m256d a0 = _mm256_loadu_pd(top), a1 = _mm256_loadu_pd(top + 4);
+            const __m256d b0 = _mm256_loadu_pd(top + 2), b1 = _mm256_loadu_pd(top + 6);
+            const __m256d c0 = _mm256_loadu_pd(bottom), c1 = _mm256_loadu_pd(bottom + 4);
+            const __m256d d0 = _mm256_loadu_pd(bottom + 2), d1 = _mm256_loadu_pd(bottom + 6);
+            const __m256d tX = lerp(_mm256_unpacklo_pd(a0, a1), _mm256_unpacklo_pd(b0, b1), fu);
+            const __m256d tY = lerp(_mm256_unpackhi_pd(a0, a1), _mm256_unpackhi_pd(b0, b1), fu);
+            const __m256d bX = lerp(_mm256_unpacklo_pd(c0, c1), _mm256_unpacklo_pd(d0, d1), fu);
+            const __m256d bY = lerp(_mm256_unpackhi_pd(c0, c1), _mm256_unpackhi_pd(d0, d1), fu);
+            X = _mm256_permute4x64_pd(lerp(tX, bX, fv), 0xD8);
+            Y = _mm256_permute4x64_pd(lerp(tY, bY, fv), 0xD8);
+        } else {
+            // Byte offsets of the four corner records of each pixel.
+            alignas(32) int64_t at[16];
+            const __m256i topLeft = _mm256_slli_epi64(
+                _mm256_add_epi64(_mm256_mul_epu32(_mm256_cvtepu32_epi64(v.i0), width), _mm256_cvtepu32_epi64(u.i0)), 4);
+            const __m128i uStep = _mm256_cvttpd_epi32(_mm256_and_pd(u.inner, one));
+            const __m128i vStep = _mm256_cvttpd_epi32(_mm256_and_pd(v.inner, one));
+            const __m256i right = _mm256_slli_epi64(_mm256_cvtepu32_epi64(uStep), 4);
+            const __m256i down = _mm256_slli_epi64(_mm256_mul_epu32(_mm256_cvtepu32_epi64(vStep), width), 4);
+            const __m256i bottomLeft = _mm256_add_epi64(topLeft, down);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at), topLeft);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at + 4), _mm256_add_epi64(topLeft, right));
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at + 8), bottomLeft);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(at + 12), _mm256_add_epi64(bottomLeft, right));
+            __m256d ax, ay, bx, by, cx, cy, dx, dy;
+            loadFour(base, at, &ax, &ay);
+            loadFour(base, at + 4, &bx, &by);
+            loadFour(base, at + 8, &cx, &cy);
+            loadFour(base, at + 12, &dx, &dy);
+            // NaN coordinates give the invalid point.
+            const __m256d bad = _mm256_cmp_pd(uc, vc, _CMP_UNORD_Q);
+            X = _mm256_blendv_pd(lerp(lerp(ax, bx, u.frac), lerp(cx, dx, u.frac), v.frac), invalid, bad);
+            Y = _mm256_blendv_pd(lerp(lerp(ay, by, u.frac), lerp(cy, dy, u.frac), v.frac), invalid, bad);
         }
-        const __m256d w = _mm256_load_pd(bw);
-        const Axis u = clampAxis(_mm256_div_pd(_mm256_load_pd(bu), w), r.mapWidth);
-        const Axis v = clampAxis(_mm256_div_pd(_mm256_load_pd(bv), w), r.mapHeight);
-        // Lanes 0,0,1,1 and 2,2,3,3 of the fractions and of the NaN masks.
-        const __m256d fu01 = _mm256_permute4x64_pd(u.frac, 0x50), fu23 = _mm256_permute4x64_pd(u.frac, 0xFA);
-        const __m256d fv01 = _mm256_permute4x64_pd(v.frac, 0x50), fv23 = _mm256_permute4x64_pd(v.frac, 0xFA);
-        const __m256d bad = _mm256_or_pd(u.nan, v.nan);
-        const __m256d bad01 = _mm256_permute4x64_pd(bad, 0x50), bad23 = _mm256_permute4x64_pd(bad, 0xFA);
-        const __m256d xy01 = _mm256_blendv_pd(sampleTwo(r, u, v, 0, fu01, fv01), invalid, bad01);
-        const __m256d xy23 = _mm256_blendv_pd(sampleTwo(r, u, v, 2, fu23, fv23), invalid, bad23);
-        writeTwo(r, xy01, high, x);
-        writeTwo(r, xy23, high, x + 2);
+
+        // EntryWriter on the four.
+        const __m256d inside =
+            _mm256_and_pd(_mm256_and_pd(_mm256_cmp_pd(X, zero, _CMP_GE_OQ), _mm256_cmp_pd(X, highX, _CMP_LT_OQ)),
+                          _mm256_and_pd(_mm256_cmp_pd(Y, zero, _CMP_GE_OQ), _mm256_cmp_pd(Y, highY, _CMP_LT_OQ)));
+        const __m128i keep = narrowMask(inside);
+        const __m128i ix = _mm256_cvttpd_epi32(X), iy = _mm256_cvttpd_epi32(Y);
+        const __m128i wc =
+            _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(ix), one), X), scale));
+        const __m128i wr =
+            _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_sub_pd(_mm256_add_pd(_mm256_cvtepi32_pd(iy), one), Y), scale));
+        const __m128i offset = _mm_add_epi32(ix, _mm_mullo_epi32(srcWidth, iy));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(offsets + x), _mm_and_si128(offset, keep));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(columnWeights + x),
+                         _mm_shuffle_epi8(_mm_and_si128(wc, keep), low16));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(rowWeights + x), _mm_shuffle_epi8(_mm_and_si128(wr, keep), low16));
     }
-    lutPixels(r, x, su, sv, sw);
+    alignas(32) double end[4];
+    _mm256_store_pd(end, sums);
+    lutPixels(r, x, end[0], end[1], end[2]);
 }
 
 }  // namespace kvdsr::remap

@@ -3,6 +3,7 @@
 // per lane as the plain one, so both give identical tables.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "remap/pair_math.h"
@@ -92,6 +93,10 @@ using LutRowFn = void (*)(const LutRow& row);
 void LutRowProjective_C(const LutRow& row);
 #if defined(__x86_64__)
 void LutRowProjective_AVX2(const LutRow& row);
+void LutRowProjective_AVX512(const LutRow& row);  // F, DQ, VL, BW
+#endif
+#if defined(__aarch64__)
+void LutRowProjective_NEON(const LutRow& row);
 #endif
 
 // Kernels supported here, [0] the plain one; the last is used unless set.

@@ -2,6 +2,7 @@
 // the per-camera build-and-warp chain.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -551,6 +552,51 @@ TEST_F(RemapTest, WorkspaceTablesDriveTheSameWarpAsTheChain) {
                                     Remap_WorkspaceTables(chain.workspace.data(), 2).offset + w * h));
 }
 
+// Building map and tables together (table rows follow the map in bands)
+// gives the tables of building the map first and the tables afterwards:
+// rows reading far below their own, rotations, and perspectives where the
+// row bound cannot be trusted.
+TEST_F(RemapTest, TablesBuiltAlongTheMapEqualTablesBuiltAfterIt) {
+    const uint16_t w = 52, h = 75;  // several bands
+    SectionSpec s;
+    s.gridWidth = w;
+    s.gridHeight = h;
+    s.calibWidth = 520;
+    s.calibHeight = 750;
+    s.pitch = 0.005f;
+    s.distortions = {0, -2000, -5000, -9000};
+    const float matrices[][9] = {
+        {1, 0, 0, 0, 1, 0, 0, 0, 1},
+        {1, 0, 0, 0, 1, 37.5f, 0, 0, 1},             // reads 37 rows further down
+        {0.94f, 0.34f, -6, -0.34f, 0.94f, 20, 0, 0, 1},  // rotation: rows across the band
+        {1, 0.05f, 0, 0.3f, 1, -4, 0.004f, 0.002f, 1},   // w leaves [0.5, 2]
+        {1, 0, 0, 0, 1, 0, -0.03f, 0, 1.2f},             // w through zero inside the frame
+    };
+    std::mt19937 rng(23);
+    const auto src = randomPlanes(rng, size_t(w) * h);
+    for (const auto& m : matrices) {
+        std::copy(m, m + 9, s.homography);
+        const auto block = blockWith(s, s);
+        Chain chain = setUpChain(w, h, w, h);
+        const RemapTables t = Remap_WorkspaceTables(chain.workspace.data(), 2);
+        std::vector<uint8_t> warped(size_t(w) * h);
+        ASSERT_EQ(Remap_BuildCamera(warped.data(), block.data(), src.data(), w, h, 2, -1, 1, 1, 0), 0u);
+        const std::vector<uint32_t> offset(t.offset, t.offset + w * h);
+        const std::vector<uint16_t> cw(t.columnWeight, t.columnWeight + w * h), rw(t.rowWeight, t.rowWeight + w * h);
+        std::fill(t.offset, t.offset + w * h, 0xDEADu);
+        ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, -1, 1, 0, 3), 0u);
+        ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, -1, 0, 1, 3), 0u);
+        EXPECT_EQ(std::vector<uint32_t>(t.offset, t.offset + w * h), offset) << m[5];
+        EXPECT_EQ(std::vector<uint16_t>(t.columnWeight, t.columnWeight + w * h), cw) << m[5];
+        EXPECT_EQ(std::vector<uint16_t>(t.rowWeight, t.rowWeight + w * h), rw) << m[5];
+        std::vector<uint8_t> again(size_t(w) * h);
+        const uint16_t rect[4] = {0, 0, w - 1, h - 1};
+        Remap_ApplyPlane(again.data(), src.data(), t.offset, t.columnWeight, t.rowWeight, w, t.stride, rect);
+        EXPECT_EQ(warped, again) << "the warp of the combined call used finished tables";
+        EXPECT_NE(std::count(offset.begin(), offset.end(), 0u), w * h) << "all border entries";
+    }
+}
+
 // An output larger than the source: the map grid does not fit the block's
 // map region and is built aside; nothing outside the workspace is touched.
 TEST_F(RemapTest, OutputLargerThanSourceStaysInsideTheWorkspace) {
@@ -676,11 +722,13 @@ TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
     const auto map = randomMap(rng, mw, mh, -1.0, 34.0);
     const double mild[9] = {1.03, 0.04, -2.5, -0.02, 0.97, 1.25, 0.0009, -0.0004, 1.01};
     const double steep[9] = {1.0, 0.1, 0.5, 0.05, 1.0, -0.5, -0.05, 0.001, 1.0};
+    // Runs of consecutive records (the kernels' whole-load path).
+    const double near[9] = {1.0, 0.001, -3.7, 0.002, 1.0, -1.6, 0.00001, 0, 1.0};
     const uint16_t rect[4] = {0, 0, ow - 1, oh - 1};
     const LutRowFn* kernels;
     const int count = lutRowVariants(&kernels);
     for (int k = 0; k < count; ++k) {
-        for (const double* h : {mild, steep}) {
+        for (const double* h : {mild, steep, near}) {
             setLutRowKernel(kernels[k]);
             Tables t(ow * oh);
             RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
