@@ -5,8 +5,15 @@
 
 namespace kvdsr::stereoview {
 
+namespace {
+// Below this many pairs the team costs more than the copy.
+bool worthATeam(uint32_t w, uint32_t h) { return std::size_t(w) * h >= (std::size_t(1) << 15); }
+}  // namespace
+
 void splitVU(const uint8_t* vu, uint32_t vuStride, uint8_t* u, uint8_t* v, uint32_t halfWidth,
-             uint32_t halfHeight) {
+             uint32_t halfHeight, bool useTeam) {
+    const bool team = useTeam && worthATeam(halfWidth, halfHeight);
+#pragma omp parallel for schedule(static) if (team)
     for (uint32_t y = 0; y < halfHeight; ++y) {
         const uint8_t* s = vu + std::size_t(y) * vuStride;
         uint8_t* ur = u + std::size_t(y) * halfWidth;
@@ -20,6 +27,7 @@ void splitVU(const uint8_t* vu, uint32_t vuStride, uint8_t* u, uint8_t* v, uint3
 
 void interleaveVU(const uint8_t* u, const uint8_t* v, uint8_t* vu, uint32_t vuStride, uint32_t halfWidth,
                   uint32_t halfHeight) {
+#pragma omp parallel for schedule(static) if (worthATeam(halfWidth, halfHeight))
     for (uint32_t y = 0; y < halfHeight; ++y) {
         uint8_t* d = vu + std::size_t(y) * vuStride;
         const uint8_t* ur = u + std::size_t(y) * halfWidth;

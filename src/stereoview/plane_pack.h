@@ -8,9 +8,10 @@
 namespace kvdsr::stereoview {
 
 // Splits halfHeight rows of interleaved V,U pairs (V first, row stride
-// vuStride bytes) into planar U and V of halfWidth x halfHeight.
+// vuStride bytes) into planar U and V of halfWidth x halfHeight. useTeam
+// shares large planes out over the OpenMP team (not from a worker thread).
 void splitVU(const uint8_t* vu, uint32_t vuStride, uint8_t* u, uint8_t* v, uint32_t halfWidth,
-             uint32_t halfHeight);
+             uint32_t halfHeight, bool useTeam = false);
 
 // The inverse of splitVU: writes V,U pairs, V first.
 void interleaveVU(const uint8_t* u, const uint8_t* v, uint8_t* vu, uint32_t vuStride, uint32_t halfWidth,

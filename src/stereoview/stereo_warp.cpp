@@ -56,7 +56,7 @@ void warpInterleavedChroma(const MapSet& half, int camera, uint8_t* dst, uint32_
     if (!half.ready) return;
     const std::size_t inPlane = std::size_t(half.srcWidth) * half.srcHeight;
     const std::size_t outPlane = std::size_t(half.outWidth) * half.outHeight;
-    splitVU(src, srcStride, split, split + inPlane, half.srcWidth, half.srcHeight);
+    splitVU(src, srcStride, split, split + inPlane, half.srcWidth, half.srcHeight, true);
     warpPlane(half, camera, warped, split);
     warpPlane(half, camera, warped + outPlane, split + inPlane);
     interleaveVU(warped, warped + outPlane, dst, dstStride, half.outWidth, half.outHeight);
