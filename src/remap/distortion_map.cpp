@@ -3,12 +3,12 @@
 #include <omp.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 
 #include "calibration/calib_block.h"
 #include "common/alloc.h"
 #include "remap/distortion_map_kernels.h"
+#include "remap/kernel_dispatch.h"
 #include "remap/pair_math.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
@@ -201,49 +201,24 @@ bool MapRow_C(const MapRow& row) {
 
 namespace {
 
+int fillMapVariants(MapRowFn* v) {
+    int n = 0;
+    v[n++] = MapRow_C;
 #if defined(__x86_64__)
-bool cpuHasAvx2() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2");
-}
-#endif
-
-// Constant-initialised; filled on first use by the (single) calling thread.
-MapRowFn g_mapVariants[2] = {};
-std::atomic<int> g_mapVariantCount{0};
-std::atomic<MapRowFn> g_mapKernel{nullptr};
-
-int detectMapVariants() {
-    int n = g_mapVariantCount.load(std::memory_order_acquire);
-    if (n) return n;
-    g_mapVariants[n++] = MapRow_C;
-#if defined(__x86_64__)
-    if (cpuHasAvx2()) g_mapVariants[n++] = MapRow_AVX2;
+    if (cpuHasAvx2()) v[n++] = MapRow_AVX2;
 #endif
 #if defined(__aarch64__)
-    g_mapVariants[n++] = MapRow_NEON;
+    v[n++] = MapRow_NEON;
 #endif
-    g_mapVariantCount.store(n, std::memory_order_release);
     return n;
 }
+
+KernelDispatch<MapRowFn, 2> g_mapRow(fillMapVariants);
 
 }  // namespace
 
-int mapRowVariants(const MapRowFn** out) {
-    const int n = detectMapVariants();
-    if (out) *out = g_mapVariants;
-    return n;
-}
-
-MapRowFn mapRowKernel() {
-    MapRowFn fn = g_mapKernel.load(std::memory_order_acquire);
-    if (!fn) {
-        fn = g_mapVariants[detectMapVariants() - 1];
-        g_mapKernel.store(fn, std::memory_order_release);
-    }
-    return fn;
-}
-
-void setMapRowKernel(MapRowFn fn) { g_mapKernel.store(fn, std::memory_order_release); }
+int mapRowVariants(const MapRowFn** out) { return g_mapRow.variants(out); }
+MapRowFn mapRowKernel() { return g_mapRow.kernel(); }
+void setMapRowKernel(MapRowFn fn) { g_mapRow.set(fn); }
 
 }  // namespace kvdsr::remap

@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include <atomic>
 
 #include "remap/pair_math.h"
+#include "remap/kernel_dispatch.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
 #include "remap/remap_lut_kernels.h"
@@ -111,55 +111,25 @@ void LutRowProjective_C(const LutRow& r) {
 
 namespace {
 
+int fillLutVariants(LutRowFn* v) {
+    int n = 0;
+    v[n++] = LutRowProjective_C;
 #if defined(__x86_64__)
-bool cpuHasAvx2() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2");
-}
-bool cpuHasAvx512() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw");
-}
-#endif
-
-// Constant-initialised; filled on first use by the (single) calling thread.
-LutRowFn g_lutVariants[3] = {};
-std::atomic<int> g_lutVariantCount{0};
-std::atomic<LutRowFn> g_lutKernel{nullptr};
-
-int detectLutVariants() {
-    int n = g_lutVariantCount.load(std::memory_order_acquire);
-    if (n) return n;
-    g_lutVariants[n++] = LutRowProjective_C;
-#if defined(__x86_64__)
-    if (cpuHasAvx2()) g_lutVariants[n++] = LutRowProjective_AVX2;
-    if (cpuHasAvx2() && cpuHasAvx512()) g_lutVariants[n++] = LutRowProjective_AVX512;
+    if (cpuHasAvx2()) v[n++] = LutRowProjective_AVX2;
+    if (cpuHasAvx2() && cpuHasAvx512()) v[n++] = LutRowProjective_AVX512;
 #endif
 #if defined(__aarch64__)
-    g_lutVariants[n++] = LutRowProjective_NEON;
+    v[n++] = LutRowProjective_NEON;
 #endif
-    g_lutVariantCount.store(n, std::memory_order_release);
     return n;
 }
+
+KernelDispatch<LutRowFn, 3> g_lutRow(fillLutVariants);
 
 }  // namespace
 
-int lutRowVariants(const LutRowFn** out) {
-    const int n = detectLutVariants();
-    if (out) *out = g_lutVariants;
-    return n;
-}
-
-LutRowFn lutRowKernel() {
-    LutRowFn fn = g_lutKernel.load(std::memory_order_acquire);
-    if (!fn) {
-        fn = g_lutVariants[detectLutVariants() - 1];
-        g_lutKernel.store(fn, std::memory_order_release);
-    }
-    return fn;
-}
-
-void setLutRowKernel(LutRowFn fn) { g_lutKernel.store(fn, std::memory_order_release); }
+int lutRowVariants(const LutRowFn** out) { return g_lutRow.variants(out); }
+LutRowFn lutRowKernel() { return g_lutRow.kernel(); }
+void setLutRowKernel(LutRowFn fn) { g_lutRow.set(fn); }
 
 }  // namespace kvdsr::remap

@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "remap/remap.h"
+#include "remap/kernel_dispatch.h"
 #include "remap/remap_internal.h"
 #include "remap/warp_kernels.h"
 
@@ -22,17 +23,6 @@ inline uint8_t warpPixel(const uint8_t* src, uint32_t o, uint32_t wc, uint32_t w
     const int32_t v = static_cast<int32_t>(bottom * 1024u + (top - bottom) * wr + 524288u) >> 20;
     return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
 }
-
-#if defined(__x86_64__) || defined(__i386__)
-bool cpuHasSse41() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("sse4.1");
-}
-bool cpuHasAvx2() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2");
-}
-#endif
 
 struct VariantEntry {
     WarpVariant variant;
