@@ -1,21 +1,26 @@
 // Warp of one 1920x1080 plane through the sample module's camera-2 table,
 // beside cv::remap on the same map and a 10-bytes-per-pixel copy floor; and
-// the map-plus-table build beside cv::initUndistortRectifyMap + convertMaps.
+// one camera's tables (Remap_BuildCamera, with each table row kernel), the
+// whole coordinate map (with each map row kernel) and the table from it,
+// beside cv::initUndistortRectifyMap + convertMaps.
 // Counter per_px: wall time per output pixel (seconds, SI-prefixed).
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 #include "calibration/geometry.h"
 #include "remap/remap.h"
+#include "remap/distortion_map_kernels.h"
 #include "remap/remap_lut_kernels.h"
 #include "remap/warp_kernels.h"
 
@@ -36,43 +41,46 @@ using namespace kvdsr::remap;
 constexpr int kWidth = 1920, kHeight = 1080;
 constexpr double kPixels = double(kWidth) * kHeight;
 
-// Without the packer: a section like the module's main camera (4160x3120,
+// Without the packer: a camera like the module's main camera (4160x3120,
 // 1.12 um pixels, barrel table to 3.2 mm, slight perspective).
-std::vector<uint8_t> handMadeBlock() {
-    std::vector<uint8_t> block(calib::kBlockSize, 0);
-    uint8_t* s = block.data() + calib::kSectionOffset[2];
+calib::CameraModel handMadeCamera() {
+    calib::CameraModel c;
     const float h[9] = {0.9997f, 0.0006f, -0.4f, -0.0005f, 1.0002f, 0.9f, -1.0e-7f, 0.5e-7f, 1.0f};
-    calib::store<int32_t>(s, calib::sec::kFirstField, 2);
-    for (int i = 0; i < 9; ++i) calib::store<float>(s, calib::sec::kHomography + 4 * i, h[i]);
-    calib::store<uint16_t>(s, calib::sec::kModelWidth, 4160);
-    calib::store<uint16_t>(s, calib::sec::kModelHeight, 3120);
-    calib::store<uint16_t>(s, calib::sec::kCalibWidth, 4160);
-    calib::store<uint16_t>(s, calib::sec::kCalibHeight, 3120);
-    calib::store<float>(s, calib::sec::kPixelPitch, 0.00112f);
-    calib::store<uint16_t>(s, calib::sec::kPrincipalX, uint16_t(2086.25 * 16));
-    calib::store<uint16_t>(s, calib::sec::kPrincipalY, uint16_t(1556.5 * 16));
-    calib::store<uint16_t>(s, calib::sec::kDistortionCount, 21);
+    c.number = 2;
+    std::copy(h, h + 9, c.homography);
+    c.modelWidth = c.calibWidth = 4160;
+    c.modelHeight = c.calibHeight = 3120;
+    c.pixelPitch = 0.00112f;
+    c.principalX = uint16_t(2086.25 * 16);
+    c.principalY = uint16_t(1556.5 * 16);
+    c.distortionCount = 21;
     for (int i = 0; i < 21; ++i) {
         const double r = 0.16 * i;
-        calib::store<int16_t>(s, calib::sec::kDistortionRadii + 2 * i, int16_t(std::lround(r * 1000)));
-        calib::store<int16_t>(s, calib::sec::kDistortionValues + 2 * i, int16_t(std::lround(-0.36 * r * r * 1000)));
+        c.distortionRadii[i] = int16_t(std::lround(r * 1000));
+        c.distortionValues[i] = int16_t(std::lround(-0.36 * r * r * 1000));
     }
-    return block;
+    return c;
 }
 
-std::vector<uint8_t> sampleBlock() {
+calib::CameraModel sampleCamera() {
 #if KVDSR_WITH_CALIBPACK
     const auto bytes = calibpack::packKind3(calibpack::sampleModule()[1]);
-    std::vector<uint8_t> block(bytes.begin(), bytes.end());
+    calib::CameraModel c = calib::readCamera(bytes.data(), 2);
 #else
-    std::vector<uint8_t> block = handMadeBlock();
+    calib::CameraModel c = handMadeCamera();
 #endif
-    geom::rescaleCameraSection(block.data(), kWidth, kHeight, 2);
-    return block;
+    geom::rescaleCamera(c, kWidth, kHeight);
+    return c;
 }
 
+const RemapLayout kLayout{kWidth, kHeight, kWidth, kHeight};
+
 struct Fixture {
-    std::vector<uint8_t> block, workspace, maps, luts, src;
+    calib::CameraModel camera;
+    RemapModel model;
+    DistortionTable table;
+    std::vector<uint8_t> storage, src;
+    std::vector<double> map;  // the whole coordinate map, for the table-only build
     RemapTables tables;
     uint32_t buildResult = 0;
 #if KVDSR_WITH_OPENCV
@@ -80,17 +88,16 @@ struct Fixture {
 #endif
 
     Fixture() {
-        block = sampleBlock();
-        Remap_Reset();
-        uint32_t ws = 0, mb = 0;
-        Remap_QuerySize(&ws, &mb, kWidth, kHeight, kWidth, kHeight, kWidth, kHeight, 0, 1, 1);
-        workspace.assign(ws, 0);
-        maps.assign(mb, 0);
-        luts.assign(64, 0);
-        Remap_SetWorkspace(workspace.data());
-        Remap_SetBuffers(maps.data(), luts.data());
-        buildResult = Remap_BuildCamera(nullptr, block.data(), nullptr, kWidth, kHeight, 2, -1, 1, 1, 3);
-        tables = Remap_WorkspaceTables(workspace.data(), 2);
+        camera = sampleCamera();
+        model = Remap_BuildModel(camera, kLayout);
+        table = DistortionTable_FromModel(camera, 0);
+        storage.assign(Remap_TableBytes(kLayout), 0);
+        tables = Remap_TablesIn(storage.data(), kLayout);
+        buildResult = Remap_BuildCamera(tables, camera, kLayout);
+        map.assign(2 * size_t(kWidth) * kHeight, 0.0);
+        double sx, sy;
+        DistortionMap_Build(map.data(), model, table.radius, table.distortion, table.calibrationEntries, 0, &sx, &sy,
+                            1);
         // A textured plane: gradients plus noise.
         src.resize(size_t(kWidth) * kHeight);
         std::mt19937 rng(1);
@@ -164,18 +171,35 @@ void BM_CopyFloor(benchmark::State& state) {
     perPixel(state);
 }
 
-// Map and table (as Init does), or one of the two alone; optionally with
-// one given table row kernel.
-void BM_Build(benchmark::State& state, int buildMap, int buildLut, LutRowFn rows) {
+enum class Build { Tables, MapOnly, TableFromMap };
+
+// The tables as Init builds them, or the two steps they replace: the whole
+// coordinate map, and the table from it; optionally with one given table
+// row kernel.
+void BM_Build(benchmark::State& state, Build what, LutRowFn rows, MapRowFn mapRows) {
     Fixture& f = fixture();
     setThreads(int(state.range(0)));
     setLutRowKernel(rows);
+    setMapRowKernel(mapRows);
+    const uint16_t rect[4] = {0, 0, kWidth - 1, kHeight - 1};
     for (auto _ : state) {
-        const uint32_t r =
-            Remap_BuildCamera(nullptr, f.block.data(), nullptr, kWidth, kHeight, 2, -1, buildMap, buildLut, 3);
+        uint32_t r = 0;
+        double sx, sy;
+        switch (what) {
+            case Build::Tables: r = Remap_BuildCamera(f.tables, f.camera, kLayout); break;
+            case Build::MapOnly:
+                r = DistortionMap_Build(f.map.data(), f.model, f.table.radius, f.table.distortion,
+                                        f.table.calibrationEntries, 0, &sx, &sy, 1);
+                break;
+            case Build::TableFromMap:
+                RemapLut_Build(f.tables, kLayout, f.model.homography, f.map.data(), kWidth, kHeight, rect);
+                break;
+        }
         benchmark::DoNotOptimize(r);
+        benchmark::ClobberMemory();
     }
     setLutRowKernel(nullptr);
+    setMapRowKernel(nullptr);
     perPixel(state);
 }
 
@@ -227,16 +251,28 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("CvRemap", BM_CvRemap)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif
         benchmark::RegisterBenchmark("CopyFloor10", BM_CopyFloor)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build", BM_Build, 1, 1, nullptr)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build/map", BM_Build, 1, 0, nullptr)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Build/table", BM_Build, 0, 1, nullptr)->Arg(threads)->UseRealTime()->Unit(benchmark::kMillisecond);
-        // Every table row kernel this CPU runs, in detection order.
-        const LutRowFn* rowKernels;
+        for (const auto& [name, what] : {std::pair<const char*, Build>{"Build", Build::Tables},
+                                         {"Build/map", Build::MapOnly},
+                                         {"Build/table", Build::TableFromMap}})
+            benchmark::RegisterBenchmark(name, BM_Build, what, nullptr, nullptr)
+                ->Arg(threads)
+                ->UseRealTime()
+                ->Unit(benchmark::kMillisecond);
+        // The tables with every table row kernel this CPU runs, in detection order.
+        const LutRowVariant* rowKernels;
         const int rowCount = lutRowVariants(&rowKernels);
-        static const char* const kRowNames[] = {"C", "AVX2", "AVX-512"};
-        for (int i = 0; i < rowCount && i < 3; ++i)
-            benchmark::RegisterBenchmark((std::string("Build/table/") + kRowNames[i]).c_str(), BM_Build, 0, 1,
-                                         rowKernels[i])
+        for (int i = 0; i < rowCount; ++i)
+            benchmark::RegisterBenchmark((std::string("Build/") + rowKernels[i].name).c_str(), BM_Build,
+                                         Build::Tables, rowKernels[i].fn, nullptr)
+                ->Arg(threads)
+                ->UseRealTime()
+                ->Unit(benchmark::kMillisecond);
+        // The whole map with every map row kernel this CPU runs.
+        const MapRowVariant* mapKernels;
+        const int mapCount = mapRowVariants(&mapKernels);
+        for (int i = 0; i < mapCount; ++i)
+            benchmark::RegisterBenchmark((std::string("Build/map/") + mapKernels[i].name).c_str(), BM_Build,
+                                         Build::MapOnly, nullptr, mapKernels[i].fn)
                 ->Arg(threads)
                 ->UseRealTime()
                 ->Unit(benchmark::kMillisecond);

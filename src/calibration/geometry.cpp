@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 
 namespace kvdsr::geom {
 
@@ -30,11 +30,11 @@ uint16_t rescaleFixed(uint16_t v, double s) {
     return static_cast<uint16_t>(static_cast<uint32_t>(static_cast<int32_t>(clamped)));
 }
 
-void loadF32(double* dst, const uint8_t* src, int n) {
-    for (int i = 0; i < n; ++i) dst[i] = calib::load<float>(src, 4 * i);
+void widen(double* dst, const float* src, int n) {
+    for (int i = 0; i < n; ++i) dst[i] = src[i];
 }
-void storeF32(uint8_t* dst, const double* src, int n) {
-    for (int i = 0; i < n; ++i) calib::store<float>(dst, 4 * i, static_cast<float>(src[i]));
+void narrow(float* dst, const double* src, int n) {
+    for (int i = 0; i < n; ++i) dst[i] = static_cast<float>(src[i]);
 }
 }  // namespace
 
@@ -110,42 +110,46 @@ double cameraBaseline(const double P1[12], const double P2[12]) {
     return std::sqrt(dx * dx + dy * dy + dz * dz);
 }
 
-uint32_t rescaleCameraSection(uint8_t block[512], uint16_t width, uint16_t height, int camera) {
+uint32_t rescaleCamera(calib::CameraModel& cam, uint16_t width, uint16_t height) {
     constexpr uint32_t kDone = 0xA000;
-    if (camera != 1 && camera != 2) return kDone;
-    using namespace calib;
-    uint8_t* section = block + kSectionOffset[camera];
-    const uint16_t modelWidth = load<uint16_t>(section, sec::kModelWidth);
-    const uint16_t modelHeight = load<uint16_t>(section, sec::kModelHeight);
-    const double sx = static_cast<float>(static_cast<double>(width) / modelWidth);
-    const double sy = static_cast<float>(static_cast<double>(height) / modelHeight);
+    const double sx = static_cast<float>(static_cast<double>(width) / cam.modelWidth);
+    const double sy = static_cast<float>(static_cast<double>(height) / cam.modelHeight);
 
     double S[9], Sinv[9];
     scaleMatrix(S, sx, sy);
     scaleMatrix(Sinv, 1.0 / sx, 1.0 / sy);
 
     double P[12], SP[12];
-    loadF32(P, section + sec::kProjection, 12);
+    widen(P, cam.projection, 12);
     matMul(SP, S, P, 3, 3, 4);
     double norm = 0;
     for (double v : SP) norm += v * v;
     norm = std::sqrt(norm);
     for (double& v : SP) v /= norm;
-    storeF32(section + sec::kProjection, SP, 12);
+    narrow(cam.projection, SP, 12);
 
     // H' = S H S^-1, formed as (S H^-1 S^-1)^-1; a singular H is kept as it is.
     double H[9], Hinv[9], T[9], SHinvSinv[9], Hnew[9];
-    loadF32(H, section + sec::kHomography, 9);
+    widen(H, cam.homography, 9);
     if (matInverse(Hinv, H, 3)) {
         matMul(T, S, Hinv, 3, 3, 3);
         matMul(SHinvSinv, T, Sinv, 3, 3, 3);
-        if (matInverse(Hnew, SHinvSinv, 3)) storeF32(section + sec::kHomography, Hnew, 9);
+        if (matInverse(Hnew, SHinvSinv, 3)) narrow(cam.homography, Hnew, 9);
     }
 
-    store<uint16_t>(section, sec::kModelWidth, width);
-    store<uint16_t>(section, sec::kModelHeight, height);
-    store<uint16_t>(section, sec::kPrincipalX, rescaleFixed(load<uint16_t>(section, sec::kPrincipalX), sx));
-    store<uint16_t>(section, sec::kPrincipalY, rescaleFixed(load<uint16_t>(section, sec::kPrincipalY), sy));
+    cam.modelWidth = width;
+    cam.modelHeight = height;
+    cam.principalX = rescaleFixed(cam.principalX, sx);
+    cam.principalY = rescaleFixed(cam.principalY, sy);
+    return kDone;
+}
+
+uint32_t rescaleCameraSection(uint8_t block[512], uint16_t width, uint16_t height, int camera) {
+    constexpr uint32_t kDone = 0xA000;
+    if (camera != 1 && camera != 2) return kDone;
+    calib::CameraModel cam = calib::readCamera(block, camera);
+    rescaleCamera(cam, width, height);
+    calib::writeCamera(block, camera, cam);
     return kDone;
 }
 

@@ -5,10 +5,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "calibration/calib_block.h"
 #include "common/alloc.h"
+#include "common/cpu_dispatch.h"
 #include "remap/distortion_map_kernels.h"
-#include "remap/kernel_dispatch.h"
 #include "remap/pair_math.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
@@ -64,12 +63,16 @@ bool fillScale(const RemapModel& m, const DistortionTable& t, double* scaleX, do
     const Axis ay = axisTerms(m.gridHeight, m.srcHeight, m.calibHeight, m.cy, 1.0);
     const int w = m.gridWidth, h = m.gridHeight;
     double sx = HUGE_VAL, sy = HUGE_VAL;
+    // Neighbouring edge pixels have neighbouring radii: in an ascending table
+    // each search starts from the last one's interval (the same entry).
+    const bool sorted = ascending(t);
+    int hint = 1;
     auto visit = [&](int x, int y, double& extreme) {
         const double qx = x * ax.a - ax.b, ty = y * ay.a - ay.b;
         const double r = radiusAt(qx * qx, ty, m.pixelPitch);
         if (!(r < t.largestRadius)) return false;
         double f;
-        if (searchFactor(t, r, &f)) extreme = std::min(extreme, 1.0 / f);
+        if (sorted ? searchFrom(t, r, &hint, &f) : searchFactor(t, r, &f)) extreme = std::min(extreme, 1.0 / f);
         return true;
     };
     for (int y = 0; y < h; ++y)
@@ -107,19 +110,14 @@ DistortionTable DistortionTable_Make(const double* radii, const double* distorti
     return t;
 }
 
-DistortionTable DistortionTable_FromSection(const uint8_t* calibrationBody, int camera, int inverse) {
+DistortionTable DistortionTable_FromModel(const calib::CameraModel& camera, int inverse) {
     double radii[DistortionTable::kMaxCalibrationEntries] = {};
     double distortions[DistortionTable::kMaxCalibrationEntries] = {};
-    int n = 0;
-    if (calibrationBody && (camera == 1 || camera == 2)) {
-        const uint8_t* s = calibrationBody + calib::kSectionOffset[camera];
-        n = std::min<int>(calib::load<uint16_t>(s, calib::sec::kDistortionCount),
-                          DistortionTable::kMaxCalibrationEntries);
-        for (int i = 0; i < n; ++i) {
-            // Single-precision product, as the calibration tool computed it.
-            radii[i] = double(float(calib::load<int16_t>(s, calib::sec::kDistortionRadii + 2 * i)) * 0.001f);
-            distortions[i] = double(float(calib::load<int16_t>(s, calib::sec::kDistortionValues + 2 * i)) * 0.001f);
-        }
+    const int n = std::min<int>(camera.distortionCount, DistortionTable::kMaxCalibrationEntries);
+    for (int i = 0; i < n; ++i) {
+        // Single-precision product, as the calibration tool computed it.
+        radii[i] = double(float(camera.distortionRadii[i]) * 0.001f);
+        distortions[i] = double(float(camera.distortionValues[i]) * 0.001f);
     }
     return DistortionTable_Make(radii, distortions, n, inverse);
 }
@@ -129,65 +127,92 @@ bool DistortionTable_Factor(const DistortionTable& table, double r, double* fact
     return searchFactor(table, r, factor);
 }
 
-uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double* radii, const double* distortions,
-                             int n, int inverse, double* outScaleX, double* outScaleY, int fitToFrame) {
-    return DistortionMap_BuildInBands(map, model, radii, distortions, n, inverse, outScaleX, outScaleY, fitToFrame,
-                                      MapBands{0, nullptr, nullptr});
-}
-
-uint32_t DistortionMap_BuildInBands(double* map, const RemapModel& model, const double* radii,
-                                    const double* distortions, int n, int inverse, double* outScaleX,
-                                    double* outScaleY, int fitToFrame, const MapBands& bands) {
-    const DistortionTable table = DistortionTable_Make(radii, distortions, n, inverse);
-    double scale = 1.0;
+uint32_t mapSetUp(const RemapModel& model, const DistortionTable& table, int inverse, int fitToFrame, double* scale,
+                  MapTerms& terms) {
+    double s = 1.0;
     if (fitToFrame) {
         double sx, sy;
         if (!fillScale(model, table, &sx, &sy)) return kMapFillScaleFailed;  // edge beyond the table (0xD119)
-        scale = double(float(std::min(sx, sy)));
+        s = double(float(std::min(sx, sy)));
     }
-    if (outScaleX) *outScaleX = scale;
-    if (outScaleY) *outScaleY = scale;
-    storeFillScale(model.camera, scale, scale);
+    *scale = s;
 
     const int w = model.gridWidth, h = model.gridHeight;
-    if (!map || w == 0 || h == 0) return kMapOk;
-    const double applied = inverse == 1 ? 1.0 / scale : scale;
+    const double applied = inverse == 1 ? 1.0 / s : s;
     const Axis ax = axisTerms(w, model.srcWidth, model.calibWidth, model.cx, applied);
     const Axis ay = axisTerms(h, model.srcHeight, model.calibHeight, model.cy, applied);
-
-    auto terms = allocArray<double>(size_t(2) * w + size_t(2) * h);
-    double* u = terms.get();
-    double* q = u + w;
-    double* v = q + w;
-    double* t = v + h;
+    terms.storage = allocArray<double>(size_t(2) * w + size_t(2) * h);
+    terms.u = terms.storage.get();
+    terms.q = terms.u + w;
+    terms.v = terms.q + w;
+    terms.t = terms.v + h;
     for (int x = 0; x < w; ++x) {
-        u[x] = x * ax.k - ax.o;
+        terms.u[x] = x * ax.k - ax.o;
         const double d = x * ax.a - ax.b;
-        q[x] = d * d;
+        terms.q[x] = d * d;
     }
     for (int y = 0; y < h; ++y) {
-        v[y] = y * ay.k - ay.o;
-        t[y] = y * ay.a - ay.b;
+        terms.v[y] = y * ay.k - ay.o;
+        terms.t[y] = y * ay.a - ay.b;
     }
+    terms.width = w;
+    terms.height = h;
+    terms.cx = model.cx;
+    terms.cy = model.cy;
+    terms.pitch = model.pixelPitch;
+    terms.sorted = ascending(table);
+    return kMapOk;
+}
 
-    const double pitch = model.pixelPitch;
-    const bool sorted = ascending(table);
+bool mapHasPointBeyond(const MapTerms& m, const DistortionTable& table) {
+    if (m.width == 0 || m.height == 0) return false;
+    // radiusAt is monotonic in q and in |t| (every step rounds monotonically),
+    // so the extremes are the points nearest and farthest from the centre.
+    double qLow = m.q[0], qHigh = m.q[0];
+    for (int x = 0; x < m.width; ++x) {
+        if (std::isnan(m.q[x])) return true;
+        qLow = std::min(qLow, m.q[x]);
+        qHigh = std::max(qHigh, m.q[x]);
+    }
+    double tLow = m.t[0], tHigh = m.t[0];
+    for (int y = 0; y < m.height; ++y) {
+        if (std::isnan(m.t[y])) return true;
+        if (std::fabs(m.t[y]) < std::fabs(tLow)) tLow = m.t[y];
+        if (std::fabs(m.t[y]) > std::fabs(tHigh)) tHigh = m.t[y];
+    }
+    // Both ends: a negative or infinite pitch turns the order around or
+    // gives NaN at radius 0.
+    return !(radiusAt(qLow, tLow, m.pitch) < table.largestRadius) ||
+           !(radiusAt(qHigh, tHigh, m.pitch) < table.largestRadius);
+}
+
+void mapRow(const MapTerms& m, const DistortionTable& table, MapRowFn kernel, int y, double* radius, double* out) {
+    const MapRow row{&table, m.sorted, radius, m.q, m.t[y], m.pitch, m.u, m.v[y], m.cx, m.cy, m.width, out};
+    kernel(row);
+}
+
+uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double* radii, const double* distortions,
+                             int n, int inverse, double* outScaleX, double* outScaleY, int fitToFrame) {
+    const DistortionTable table = DistortionTable_Make(radii, distortions, n, inverse);
+    double scale = 1.0;
+    MapTerms terms;
+    if (mapSetUp(model, table, inverse, fitToFrame, &scale, terms) != kMapOk) return kMapFillScaleFailed;
+    if (outScaleX) *outScaleX = scale;
+    if (outScaleY) *outScaleY = scale;
+
+    const int w = terms.width, h = terms.height;
+    if (!map || w == 0 || h == 0) return kMapOk;
     const MapRowFn kernel = mapRowKernel();
     const bool parallel = uint64_t(w) * uint64_t(h) >= kParallelMinPixels;
     const int teams = parallel ? std::max(1, omp_get_max_threads()) : 1;
     auto radiusRows = allocArray<double>(size_t(teams) * w);  // one row of radii per thread
-    const int band = bands.rows > 0 ? bands.rows : h;
     int beyond = 0;
-    for (int y0 = 0; y0 < h; y0 += band) {
-        const int y1 = std::min(h, y0 + band);
 #pragma omp parallel for schedule(dynamic, 1) reduction(| : beyond) if (parallel)
-        for (int y = y0; y < y1; ++y) {
-            double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
-            double* out = map + size_t(y) * w * 2;
-            const MapRow row{&table, sorted, r, q, t[y], pitch, u, v[y], model.cx, model.cy, w, out};
-            if (kernel(row)) beyond = 1;
-        }
-        if (bands.rowsDone) bands.rowsDone(bands.context, y1);
+    for (int y = 0; y < h; ++y) {
+        double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
+        const MapRow row{&table, terms.sorted, r, terms.q, terms.t[y], terms.pitch, terms.u, terms.v[y],
+                         terms.cx, terms.cy, w, map + size_t(y) * w * 2};
+        if (kernel(row)) beyond = 1;
     }
     return beyond ? kMapBeyondTable : kMapOk;
 }
@@ -201,23 +226,24 @@ bool MapRow_C(const MapRow& row) {
 
 namespace {
 
-int fillMapVariants(MapRowFn* v) {
+int fillMapVariants(MapRowVariant* v) {
     int n = 0;
-    v[n++] = MapRow_C;
+    v[n++] = {"C", MapRow_C};
 #if defined(__x86_64__)
-    if (cpuHasAvx2()) v[n++] = MapRow_AVX2;
+    if (cpuHasAvx2()) v[n++] = {"AVX2", MapRow_AVX2};
+    if (cpuHasAvx2() && cpuHasAvx512()) v[n++] = {"AVX-512", MapRow_AVX512};
 #endif
 #if defined(__aarch64__)
-    v[n++] = MapRow_NEON;
+    v[n++] = {"NEON", MapRow_NEON};
 #endif
     return n;
 }
 
-KernelDispatch<MapRowFn, 2> g_mapRow(fillMapVariants);
+KernelDispatch<MapRowFn, 3> g_mapRow(fillMapVariants);
 
 }  // namespace
 
-int mapRowVariants(const MapRowFn** out) { return g_mapRow.variants(out); }
+int mapRowVariants(const MapRowVariant** out) { return g_mapRow.variants(out); }
 MapRowFn mapRowKernel() { return g_mapRow.kernel(); }
 void setMapRowKernel(MapRowFn fn) { g_mapRow.set(fn); }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "common/cpu_dispatch.h"
 #include "remap/pair_math.h"
 #include "remap/remap.h"
 
@@ -82,12 +83,14 @@ using MapRowFn = bool (*)(const MapRow& row);
 bool MapRow_C(const MapRow& row);
 #if defined(__x86_64__)
 bool MapRow_AVX2(const MapRow& row);
+bool MapRow_AVX512(const MapRow& row);  // F, DQ, VL, BW
 #endif
 #if defined(__aarch64__)
 bool MapRow_NEON(const MapRow& row);
 #endif
 
-int mapRowVariants(const MapRowFn** out);
+using MapRowVariant = KernelVariant<MapRowFn>;
+int mapRowVariants(const MapRowVariant** out);
 MapRowFn mapRowKernel();
 void setMapRowKernel(MapRowFn fn);  // nullptr: automatic
 

@@ -6,10 +6,12 @@
 #include <arm_neon.h>
 
 #include "remap/distortion_map_kernels.h"
+#include "remap/simd_neon.h"
 
 namespace kvdsr::remap {
 
 bool MapRow_NEON(const MapRow& m) {
+    using namespace neon;
     const DistortionTable& t = *m.table;
     int hint = 1;
     double f = 1.0;
@@ -29,7 +31,7 @@ bool MapRow_NEON(const MapRow& m) {
         // upper bound counts).
         uint64x2_t in = vcltq_f64(r, vdupq_n_f64(t.radius[i]));
         if (i > 1) in = vandq_u64(in, vcgeq_f64(r, vdupq_n_f64(t.radius[i - 1])));
-        if (!(vgetq_lane_u64(in, 0) && vgetq_lane_u64(in, 1))) {
+        if (!both(in)) {
             MapRow pair = m;
             pair.width = x + 2;
             beyond |= mapPixels(pair, x, &hint, &f);

@@ -1,20 +1,21 @@
-// Rectification maps, fixed-point lookup tables and the bilinear warp.
+// Rectification maps, fixed-point lookup tables and the bilinear warp: a
+// library of plain functions over explicit inputs, with no state of its own.
 //
 // Result codes: 0xD000 map built, 0xD114 some pixel beyond the distortion
 // table (map complete), 0xD115 fill-scale search failed, 0xC115 null buffer,
 // 0xC117 zero size.
 //
 // Typical use by an engine (see docs/remap.md):
-//   Init:  Remap_Reset(); Remap_QuerySize(&ws, &mb, w1, h1, w2, h2, ow, oh, 0, 1, 1);
-//          allocate ws bytes (8-byte aligned); Remap_SetWorkspace(ws);
-//          (Remap_SetBuffers only for callers that keep maps in slots)
-//          Remap_BuildCamera(nullptr, block, nullptr, w, h, 1, -1, 1, 1, 3);  // and camera 2
-//   Run:   RemapTables t = Remap_WorkspaceTables(ws, camera);
-//          Remap_ApplyPlane(dst, src, t.offset, t.columnWeight, t.rowWeight, w, t.stride, rect);
-//          (or Remap_BuildCamera(dst, block, src, w, h, camera, -1, 0, 0, 0) per plane)
+//   Init:  RemapLayout layout{srcW, srcH, outW, outH};
+//          storage of Remap_TableBytes(layout) bytes per camera;
+//          RemapTables t = Remap_TablesIn(storage, layout);
+//          Remap_BuildCamera(t, calib::readCamera(block, camera), layout);  // 0 or a map code
+//   Run:   Remap_ApplyPlane(dst, src, t.offset, t.columnWeight, t.rowWeight, srcW, t.stride, rect);
 #pragma once
 
 #include <cstdint>
+
+#include "calibration/camera_model.h"
 
 namespace kvdsr::remap {
 
@@ -25,9 +26,50 @@ constexpr uint32_t kFillScaleEdgeBeyondTable = 0xD119;
 constexpr uint32_t kNullBuffer = 0xC115;
 constexpr uint32_t kZeroSize = 0xC117;
 
-// One camera's model, built from its calibration section.
+// Sizes and placement of one camera's tables.
+struct RemapLayout {
+    uint16_t srcWidth = 0, srcHeight = 0;  // source image the tables point into
+    uint16_t outWidth = 0, outHeight = 0;  // output frame
+    uint32_t extraColumns = 0;             // table (and destination) rows hold outWidth + extraColumns entries
+    // Entries each row is written to the right: extraColumns for the shifted
+    // modes (1 and 2 with the column-shift flag), otherwise 0.
+    uint32_t columnShift = 0;
+
+    uint32_t stride() const { return uint32_t(outWidth) + extraColumns; }
+    uint64_t entries() const { return uint64_t(outHeight) * stride(); }
+};
+
+// One camera's tables: per output pixel the source index of the top-left
+// neighbour and the weights (1/1024) of the left column and the upper row.
+// Offset 0 with weights 0 marks an unusable source point. Rows are `stride`
+// entries apart, as the destination planes.
+struct RemapTables {
+    uint32_t* offset = nullptr;
+    uint16_t* columnWeight = nullptr;
+    uint16_t* rowWeight = nullptr;
+    uint32_t stride = 0;
+};
+
+// Storage of one camera's tables for a layout: offsets, column weights and
+// row weights back to back, 8 bytes per entry.
+uint64_t Remap_TableBytes(const RemapLayout& layout);
+// The three tables inside storage (4-byte aligned) of Remap_TableBytes bytes.
+RemapTables Remap_TablesIn(uint8_t* storage, const RemapLayout& layout);
+
+// The described workspace arithmetic, with A = w1*h1 + w2*h2:
+// workspace = 16*A + 33*ow*oh + 8*oh*(ow+extra) (withMapStore 1) or
+// 16*A + 8*oh*(2*ow+extra), raised to two camera blocks (16 bytes per source
+// pixel for the map, 8 per table entry) when extra columns would not fit, and
+// saturated at 0xFFFFFFFF; mapBytes = 16*mapCount*A. 0xC117 when either is 0.
+uint32_t Remap_QuerySize(uint32_t* outWorkspaceBytes, uint32_t* outMapBytes, uint16_t srcWidth1,
+                         uint16_t srcHeight1, uint16_t srcWidth2, uint16_t srcHeight2, uint16_t outWidth,
+                         uint16_t outHeight, uint32_t extraColumns, uint32_t mapCount, uint32_t withMapStore);
+
+// ---- Model and distortion table ---------------------------------------------
+
+// A camera as the map build uses it, for one layout.
 struct RemapModel {
-    uint16_t mapValues[2] = {};  // copied unchanged from the section
+    uint16_t mapValues[2] = {};  // copied unchanged from the camera
     uint16_t gridWidth = 0;      // current model width: map grid columns
     uint16_t gridHeight = 0;     // current model height: map grid rows
     uint16_t calibWidth = 0;     // Wc
@@ -36,36 +78,8 @@ struct RemapModel {
     uint16_t srcHeight = 0;
     double pixelPitch = 0;       // p * 1000 (the map build multiplies by 0.001)
     double cx = 0, cy = 0;       // principal point in source pixels
-    uint16_t rect[4] = {};       // first col, first row, last col, last row
+    uint16_t rect[4] = {};       // first col, first row, last col, last row: the whole output frame
     double homography[9] = {};   // rectifying homography, row-major
-    int camera = 0;              // 0, 1 or 2
-};
-
-// Process-wide remap context (one instance; written only by set-up calls).
-struct RemapContext {
-    uint8_t* workspace = nullptr;
-    uint8_t* mapStore = nullptr;
-    uint8_t* lutStore = nullptr;
-    uint16_t srcWidth1 = 0, srcHeight1 = 0;
-    uint16_t srcWidth2 = 0, srcHeight2 = 0;
-    uint16_t outWidth = 0, outHeight = 0;
-    uint32_t extraColumns = 0;
-    uint32_t mapCount = 0;
-    uint32_t workspaceSize = 0;
-    uint32_t columnShiftFlag = 0;
-    double fillScaleX = 0, fillScaleY = 0;            // last build of camera 1 or 2
-    double fillScaleCamera0X = 0, fillScaleCamera0Y = 0;  // last build with camera 0
-};
-
-// A camera's block inside the workspace. Row stride of the tables (and of
-// destination planes) is outWidth + extraColumns entries.
-struct RemapTables {
-    double* map = nullptr;        // room for mapRecords (X, Y) records
-    uint32_t mapRecords = 0;
-    uint32_t* offset = nullptr;
-    uint16_t* columnWeight = nullptr;
-    uint16_t* rowWeight = nullptr;
-    uint32_t stride = 0;
 };
 
 // Working form of a distortion table: the calibration's n entries (at most
@@ -81,56 +95,47 @@ struct DistortionTable {
     double largestRadius = 0;
 };
 
-// ---- Context --------------------------------------------------------------
-uint32_t Remap_Reset();
-// workspace = 16*A + 33*ow*oh + 8*oh*(ow+extra) (withMapStore 1) or
-// 16*A + 8*oh*(2*ow+extra), raised to the layout's need when extra columns
-// would not fit, and saturated at 0xFFFFFFFF; mapBytes = 16*mapCount*A,
-// A = w1*h1 + w2*h2. 0xC117 when either result is 0.
-uint32_t Remap_QuerySize(uint32_t* outWorkspaceBytes, uint32_t* outMapBytes, uint16_t srcWidth1,
-                         uint16_t srcHeight1, uint16_t srcWidth2, uint16_t srcHeight2, uint16_t outWidth,
-                         uint16_t outHeight, uint32_t extraColumns, uint32_t mapCount, uint32_t withMapStore);
-uint32_t Remap_SetWorkspace(void* buffer);
-uint32_t Remap_SetBuffers(void* mapStore, void* lutStore);
-void Remap_SetColumnShiftFlag(uint32_t flag);
-const RemapContext& Remap_Context();
-
-// Block of camera 1 or 2 inside a workspace laid out for the sizes last
-// given to Remap_QuerySize; all null for any other camera or a null workspace.
-RemapTables Remap_WorkspaceTables(uint8_t* workspace, int camera);
-
-// ---- Model and distortion table ---------------------------------------------
-// Model of camera 1 or 2 of a 512-byte block for a source of width x height;
-// output rectangle from the context.
-RemapModel Remap_BuildModel(const uint8_t* calibrationBody, int camera, uint16_t width, uint16_t height);
-// Reads the section's table (n clamped to 22) and extends it; inverse
-// re-expresses it on the distorted radius first.
-DistortionTable DistortionTable_FromSection(const uint8_t* calibrationBody, int camera, int inverse);
+RemapModel Remap_BuildModel(const calib::CameraModel& camera, const RemapLayout& layout);
+// The camera's table (n clamped to 22), extended; inverse re-expresses it on
+// the distorted radius first.
+DistortionTable DistortionTable_FromModel(const calib::CameraModel& camera, int inverse);
 DistortionTable DistortionTable_Make(const double* radii, const double* distortions, int n, int inverse);
 // Radial factor 1 + D(r)/100; false when r is not below the largest radius
 // or the table has no bracketing entry.
 bool DistortionTable_Factor(const DistortionTable& table, double r, double* factor);
 
-// ---- Build and apply --------------------------------------------------------
-uint32_t Remap_BuildCamera(uint8_t* dst, const uint8_t* calibrationBody, const uint8_t* src, uint16_t width,
-                           uint16_t height, int camera, int mapSlot, int buildMap, int buildLut, uint32_t planes);
-
-uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const RemapModel& model,
-                             const uint8_t* src, uint16_t srcWidth, uint16_t srcHeight, uint16_t outWidth,
-                             uint16_t outHeight, int camera, int mapSlot, int mode, uint32_t extraColumns,
-                             const uint16_t rect[4], int buildMap, int buildLut, uint32_t planes);
+// ---- Building ---------------------------------------------------------------
 
 // Fills map (gridWidth x gridHeight records of X, Y) from the n calibration
-// entries. 0xD000, 0xD114 (map complete) or 0xD115.
+// entries and returns the fill scale used through outScaleX/Y. 0xD000, 0xD114
+// (map complete) or 0xD115. A null map only runs the fill-scale search.
 uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double* radii, const double* distortions,
                              int n, int inverse, double* outScaleX, double* outScaleY, int fitToFrame);
 
-// Fills the rows and columns of rect (table row stride outWidth +
-// extraColumns); coordinateMap is mapWidth x mapHeight records.
-void RemapLut_Build(uint32_t* offsetTable, uint16_t* columnWeightTable, uint16_t* rowWeightTable, uint16_t srcWidth,
-                    uint16_t srcHeight, uint16_t mapWidth, uint16_t mapHeight, uint16_t outWidth, int mode,
-                    uint32_t extraColumns, const double warpMatrix[9], const double* coordinateMap,
-                    const uint16_t rect[4]);
+// Table entries for the rows and columns of rect (columns clipped to the
+// output width, written layout.columnShift entries to the right) from a
+// coordinate map of mapWidth x mapHeight records, through warpMatrix.
+void RemapLut_Build(const RemapTables& tables, const RemapLayout& layout, const double warpMatrix[9],
+                    const double* coordinateMap, uint16_t mapWidth, uint16_t mapHeight, const uint16_t rect[4]);
+
+// Tables of the whole output frame for a model: the entries of the fitted
+// forward map (DistortionMap_Build) sampled through the homography
+// (RemapLut_Build), computed without keeping the map: only the map rows the
+// table reads are built, each while its table rows are. Returns 0, or
+// 0xD114/0xD115 with every entry the border value, 0xC115 for null tables,
+// 0xC117 for an empty layout. fillScale (optional) receives the fill scale.
+uint32_t Remap_BuildTables(const RemapModel& model, const DistortionTable& table, const RemapLayout& layout,
+                           const RemapTables& tables, double* fillScale = nullptr);
+// The same from a camera of the calibration.
+uint32_t Remap_BuildCamera(const RemapTables& tables, const calib::CameraModel& camera, const RemapLayout& layout,
+                           double* fillScale = nullptr);
+
+// Builds tables for this call only and warps planes of a source of
+// srcWidth x srcHeight bytes each, back to back, into planes of stride x
+// outHeight bytes: planes 0 warps plane 0, 1 planes 0..2, 2 planes 1 and 2,
+// 3 or more nothing. Returns what Remap_BuildCamera returns.
+uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* src, const calib::CameraModel& camera,
+                             const RemapLayout& layout, uint32_t planes);
 
 // Warps one 8-bit plane through a table over rect (inclusive). Tables and
 // dst share dstStride; the source needs at least 2 rows and 2 columns.

@@ -1,12 +1,11 @@
-// Per-camera set-up and warp: model from the calibration section, map,
-// lookup table and planes.
+// Per-camera set-up: model from the camera, tables built from only the map
+// rows they read, and the one-call build and warp.
 #include <omp.h>
 
 #include <algorithm>
 #include <cmath>
 #include <memory>
 
-#include "calibration/calib_block.h"
 #include "common/alloc.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
@@ -18,195 +17,220 @@ namespace {
 // c' = -0.5 + (to/from)(c + 0.5): pixel centres at integers, corners at -0.5.
 inline double rescaleCoordinate(double c, double from, double to) { return -0.5 + (to / from) * (c + 0.5); }
 
-// Where a camera's map and tables live for one call.
-struct Storage {
-    double* map = nullptr;       // map region (null: no room for this grid)
-    uint64_t mapCapacity = 0;    // records
-    RemapTables tables;          // tables (null: none)
-    bool tablesPersist = false;  // kept between calls (workspace or lutStore)
-    std::unique_ptr<double[]> ownedMap;
-    std::unique_ptr<uint8_t[]> ownedTables;
-};
+// Blocks of table rows (kLutBlockRows each, the last one shorter).
+int blockCount(int rows) { return (rows + kLutBlockRows - 1) / kLutBlockRows; }
+int blockRows(int block, int rows) { return std::min(kLutBlockRows, rows - block * kLutBlockRows); }
+
+// Blocks a thread takes at a time: enough that the map rows kept from one
+// block to the next are rarely built twice.
+int blocksPerTake(int blocks, int threads) { return std::max(2, blocks / (8 * threads)); }
+
+// Every table row from a whole map, built first (the fallback where the rows
+// a table row reads cannot be bounded, e.g. a homography whose w crosses 0).
+void buildFromWholeMap(const MapTerms& terms, const DistortionTable& table, const TableRowWriter& writer,
+                       int outRows, bool parallel) {
+    const int w = terms.width, h = terms.height;
+    const int threads = parallel ? std::max(1, omp_get_max_threads()) : 1;
+    auto map = allocArray<double>(size_t(2) * w * h);
+    auto rows = allocArray<const double*>(h);
+    auto radius = allocArray<double>(size_t(threads) * w);
+    const MapRowFn kernel = mapRowKernel();
+#pragma omp parallel for schedule(dynamic, 1) if (parallel)
+    for (int y = 0; y < h; ++y) {
+        double* out = map.get() + size_t(y) * w * 2;
+        mapRow(terms, table, kernel, y, radius.get() + size_t(omp_get_thread_num()) * w, out);
+        rows[y] = out;
+    }
+    const int blocks = blockCount(outRows);
+#pragma omp parallel for schedule(dynamic, 1) if (parallel)
+    for (int b = 0; b < blocks; ++b) writer.write(b * kLutBlockRows, blockRows(b, outRows), rows.get());
+}
+
+// Every block of table rows from a ring of `ringRows` map rows per thread,
+// slot r % ringRows holding map row r: each block first makes sure that the
+// rows it reads, lo[b]..hi[b], are there (at most ringRows, so they never
+// collide).
+void buildThroughRing(const MapTerms& terms, const DistortionTable& table, const TableRowWriter& writer,
+                      const int* lo, const int* hi, int outRows, int ringRows, bool parallel) {
+    const int w = terms.width, h = terms.height;
+    const int threads = parallel ? std::max(1, omp_get_max_threads()) : 1;
+    const size_t rowValues = size_t(2) * w;
+    auto ring = allocArray<double>(size_t(threads) * ringRows * rowValues);
+    auto held = allocArray<int>(size_t(threads) * ringRows);
+    std::fill(held.get(), held.get() + size_t(threads) * ringRows, -1);
+    auto rows = allocArray<const double*>(size_t(threads) * h);
+    std::fill(rows.get(), rows.get() + size_t(threads) * h, nullptr);  // a row never built is never read
+    auto radius = allocArray<double>(size_t(threads) * w);
+    const MapRowFn kernel = mapRowKernel();
+    const int blocks = blockCount(outRows);
+    const int take = blocksPerTake(blocks, threads);
+#pragma omp parallel if (parallel)
+    {
+        const size_t t = size_t(omp_get_thread_num());
+        double* myRing = ring.get() + t * ringRows * rowValues;
+        int* myHeld = held.get() + t * ringRows;
+        const double** myRows = rows.get() + t * h;
+        double* myRadius = radius.get() + t * w;
+#pragma omp for schedule(dynamic, take)
+        for (int b = 0; b < blocks; ++b) {
+            for (int r = lo[b]; r <= hi[b]; ++r) {
+                const int slot = r % ringRows;
+                if (myHeld[slot] == r) continue;
+                double* out = myRing + size_t(slot) * rowValues;
+                mapRow(terms, table, kernel, r, myRadius, out);
+                myHeld[slot] = r;
+                myRows[r] = out;
+            }
+            writer.write(b * kLutBlockRows, blockRows(b, outRows), myRows);
+        }
+    }
+}
 
 }  // namespace
 
-RemapModel Remap_BuildModel(const uint8_t* calibrationBody, int camera, uint16_t width, uint16_t height) {
+uint64_t Remap_TableBytes(const RemapLayout& layout) { return 8 * layout.entries(); }
+
+RemapTables Remap_TablesIn(uint8_t* storage, const RemapLayout& layout) {
+    RemapTables t;
+    if (!storage) return t;
+    const uint64_t entries = layout.entries();
+    t.offset = reinterpret_cast<uint32_t*>(storage);
+    t.columnWeight = reinterpret_cast<uint16_t*>(storage + 4 * entries);
+    t.rowWeight = reinterpret_cast<uint16_t*>(storage + 6 * entries);
+    t.stride = layout.stride();
+    return t;
+}
+
+uint32_t Remap_QuerySize(uint32_t* outWorkspaceBytes, uint32_t* outMapBytes, uint16_t srcWidth1,
+                         uint16_t srcHeight1, uint16_t srcWidth2, uint16_t srcHeight2, uint16_t outWidth,
+                         uint16_t outHeight, uint32_t extraColumns, uint32_t mapCount, uint32_t withMapStore) {
+    const uint64_t area1 = uint64_t(srcWidth1) * srcHeight1, area2 = uint64_t(srcWidth2) * srcHeight2;
+    const uint64_t out = uint64_t(outWidth) * outHeight;
+    const uint64_t entries = uint64_t(outHeight) * (uint64_t(outWidth) + extraColumns);
+    uint64_t workspace = withMapStore == 1
+                             ? 16 * (area1 + area2) + 33 * out + 8 * entries
+                             : 16 * (area1 + area2) + 8 * uint64_t(outHeight) * (2 * uint64_t(outWidth) + extraColumns);
+    // Both camera blocks (map, then tables) must fit even with extra
+    // columns, which the plain formula under-counts.
+    const uint64_t blocks = 16 * (area1 + area2) + 2 * 8 * entries;
+    if (out != 0) workspace = std::max(workspace, blocks);
+    const uint64_t mapBytes = 16 * uint64_t(mapCount) * (area1 + area2);
+    // Sizes past 32 bits become a request the allocator refuses.
+    const uint32_t ws = uint32_t(std::min<uint64_t>(workspace, 0xFFFFFFFFu));
+    const uint32_t mb = uint32_t(std::min<uint64_t>(mapBytes, 0xFFFFFFFFu));
+    if (outWorkspaceBytes) *outWorkspaceBytes = ws;
+    if (outMapBytes) *outMapBytes = mb;
+    return ws != 0 && mb != 0 ? 0 : kZeroSize;
+}
+
+RemapModel Remap_BuildModel(const calib::CameraModel& camera, const RemapLayout& layout) {
     RemapModel m;
-    m.camera = camera;
-    m.srcWidth = width;
-    m.srcHeight = height;
-    const RemapContext& c = Remap_Context();
+    m.srcWidth = layout.srcWidth;
+    m.srcHeight = layout.srcHeight;
     m.rect[0] = 0;
     m.rect[1] = 0;
-    m.rect[2] = uint16_t(c.outWidth - 1);
-    m.rect[3] = uint16_t(c.outHeight - 1);
-    if (!calibrationBody || (camera != 1 && camera != 2)) return m;
-
-    const uint8_t* s = calibrationBody + calib::kSectionOffset[camera];
-    m.mapValues[0] = calib::load<uint16_t>(s, calib::sec::kMapValues);
-    m.mapValues[1] = calib::load<uint16_t>(s, calib::sec::kMapValues + 2);
-    m.gridWidth = calib::load<uint16_t>(s, calib::sec::kModelWidth);
-    m.gridHeight = calib::load<uint16_t>(s, calib::sec::kModelHeight);
-    m.calibWidth = calib::load<uint16_t>(s, calib::sec::kCalibWidth);
-    m.calibHeight = calib::load<uint16_t>(s, calib::sec::kCalibHeight);
+    m.rect[2] = uint16_t(layout.outWidth - 1);
+    m.rect[3] = uint16_t(layout.outHeight - 1);
+    m.mapValues[0] = camera.mapValues[0];
+    m.mapValues[1] = camera.mapValues[1];
+    m.gridWidth = camera.modelWidth;
+    m.gridHeight = camera.modelHeight;
+    m.calibWidth = camera.calibWidth;
+    m.calibHeight = camera.calibHeight;
 
     const double diagonal = std::sqrt(double(m.calibWidth) * m.calibWidth + double(m.calibHeight) * m.calibHeight);
-    m.pixelPitch = double(calib::load<float>(s, calib::sec::kPixelPitch)) * 1000.0 * diagonal / diagonal;
+    m.pixelPitch = double(camera.pixelPitch) * 1000.0 * diagonal / diagonal;
 
     // Both fields zero: centre of the calibration image. Otherwise both are
     // taken as given, in the map grid. The two defaults come from different
     // grids on purpose.
-    const uint16_t px = calib::load<uint16_t>(s, calib::sec::kPrincipalX);
-    const uint16_t py = calib::load<uint16_t>(s, calib::sec::kPrincipalY);
-    if (px == 0 && py == 0) {
-        m.cx = rescaleCoordinate(-0.5 + 0.5 * m.calibWidth, m.calibWidth, width);
-        m.cy = rescaleCoordinate(-0.5 + 0.5 * m.calibHeight, m.calibHeight, height);
+    if (camera.principalX == 0 && camera.principalY == 0) {
+        m.cx = rescaleCoordinate(-0.5 + 0.5 * m.calibWidth, m.calibWidth, layout.srcWidth);
+        m.cy = rescaleCoordinate(-0.5 + 0.5 * m.calibHeight, m.calibHeight, layout.srcHeight);
     } else {
-        m.cx = rescaleCoordinate(px / 16.0, m.gridWidth, width);
-        m.cy = rescaleCoordinate(py / 16.0, m.gridHeight, height);
+        m.cx = rescaleCoordinate(camera.principalX / 16.0, m.gridWidth, layout.srcWidth);
+        m.cy = rescaleCoordinate(camera.principalY / 16.0, m.gridHeight, layout.srcHeight);
     }
-    for (int i = 0; i < 9; ++i) m.homography[i] = calib::load<float>(s, calib::sec::kHomography + 4 * i);
+    for (int i = 0; i < 9; ++i) m.homography[i] = camera.homography[i];
     return m;
 }
 
-uint32_t Remap_BuildCamera(uint8_t* dst, const uint8_t* calibrationBody, const uint8_t* src, uint16_t width,
-                           uint16_t height, int camera, int mapSlot, int buildMap, int buildLut, uint32_t planes) {
-    const RemapModel model = Remap_BuildModel(calibrationBody, camera, width, height);
-    const RemapContext& c = Remap_Context();
-    return Remap_BuildAndApply(dst, calibrationBody, model, src, width, height, c.outWidth, c.outHeight, camera,
-                               mapSlot, 0, 0, model.rect, buildMap, buildLut, planes);
+uint32_t Remap_BuildTables(const RemapModel& model, const DistortionTable& table, const RemapLayout& layout,
+                           const RemapTables& tables, double* fillScale) {
+    if (!tables.offset || !tables.columnWeight || !tables.rowWeight) return kNullBuffer;
+    if (layout.outWidth == 0 || layout.outHeight == 0) return kZeroSize;
+    const int outRows = layout.outHeight;
+    const bool parallel = uint64_t(layout.outWidth) * uint64_t(outRows) >= kParallelMinPixels;
+
+    // The fitted forward map: a pixel beyond the table anywhere in the grid
+    // makes the whole map 0xD114, so that is known before any row is built.
+    MapTerms terms;
+    double scale = 1.0;
+    uint32_t result = mapSetUp(model, table, 0, 1, &scale, terms);
+    if (result == kMapOk) {
+        if (fillScale) *fillScale = scale;
+        if (mapHasPointBeyond(terms, table)) result = kMapBeyondTable;
+    }
+    const bool haveMap = result == kMapOk;
+    const TableRowWriter writer(tables, layout, model.homography, haveMap ? terms.width : 0,
+                                haveMap ? terms.height : 0, 0, layout.outWidth - 1);
+    if (writer.mapWidth == 0) {
+        // No map (failed, or an empty grid): border entries, which a later
+        // warp may follow safely.
+        const int blocks = blockCount(outRows);
+#pragma omp parallel for schedule(dynamic, 1) if (parallel)
+        for (int b = 0; b < blocks; ++b) writer.write(b * kLutBlockRows, blockRows(b, outRows), nullptr);
+        return result == kMapOk ? 0 : result;
+    }
+
+    // Map rows each block of table rows reads.
+    const int blocks = blockCount(outRows);
+    auto bounds = allocArray<int>(size_t(2) * blocks);
+    int* lo = bounds.get();
+    int* hi = lo + blocks;
+    bool bounded = true;
+    int span = 1;
+    for (int b = 0; b < blocks && bounded; ++b) {
+        lo[b] = terms.height;
+        hi[b] = -1;
+        for (int k = 0; k < blockRows(b, outRows) && bounded; ++k) {
+            int rowLo, rowHi;
+            bounded = writer.rowsRead(b * kLutBlockRows + k, &rowLo, &rowHi);
+            if (rowLo > rowHi) continue;
+            lo[b] = std::min(lo[b], rowLo);
+            hi[b] = std::max(hi[b], rowHi);
+        }
+        span = std::max(span, hi[b] - lo[b] + 1);
+    }
+    const int threads = parallel ? std::max(1, omp_get_max_threads()) : 1;
+    if (bounded && int64_t(span) * threads < terms.height)
+        buildThroughRing(terms, table, writer, lo, hi, outRows, span, parallel);
+    else
+        buildFromWholeMap(terms, table, writer, outRows, parallel);
+    return 0;
 }
 
-uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* calibrationBody, const RemapModel& model,
-                             const uint8_t* src, uint16_t srcWidth, uint16_t srcHeight, uint16_t outWidth,
-                             uint16_t outHeight, int camera, int mapSlot, int mode, uint32_t extraColumns,
-                             const uint16_t rect[4], int buildMap, int buildLut, uint32_t planes) {
-    const RemapContext& c = Remap_Context();
-    const uint64_t entries = tableEntries(outWidth, outHeight, extraColumns);
-    const uint32_t stride = outWidth + extraColumns;
-    const uint64_t gridRecords = uint64_t(model.gridWidth) * model.gridHeight;
+uint32_t Remap_BuildCamera(const RemapTables& tables, const calib::CameraModel& camera, const RemapLayout& layout,
+                           double* fillScale) {
+    return Remap_BuildTables(Remap_BuildModel(camera, layout), DistortionTable_FromModel(camera, 0), layout, tables,
+                             fillScale);
+}
 
-    // Tables: the camera's workspace block when its layout matches this
-    // call, else lutStore (after a map region of the grid's size), else
-    // buffers of this call only.
-    Storage st;
-    const bool workspaceFits = workspaceHoldsCamera(camera) && stride == c.outWidth + c.extraColumns &&
-                               entries <= tableEntries(c.outWidth, c.outHeight, c.extraColumns);
-    if (workspaceFits) {
-        st.tables = Remap_WorkspaceTables(c.workspace, camera);
-        st.map = st.tables.map;
-        st.mapCapacity = st.tables.mapRecords;
-        st.tablesPersist = true;
-    } else if (c.lutStore) {
-        st.tables = tablesAt(c.lutStore, uint32_t(gridRecords), entries, stride);
-        st.map = st.tables.map;
-        st.mapCapacity = gridRecords;
-        st.tablesPersist = true;
-    } else if (buildLut == 1) {
-        st.ownedTables = allocArray<uint8_t>(size_t(8 * entries));
-        st.tables = tablesAt(st.ownedTables.get(), 0, entries, stride);
-    }
-
-    // Map for the table: built now, or one kept from earlier. A grid larger
-    // than the region reserved for it (e.g. an output larger than the
-    // source) is built in a buffer of this call instead of overflowing.
-    uint32_t r[4] = {}, shift = 0;
-    const bool any = effectiveRect(rect, outWidth, outHeight, mode, mode == 0 ? 0 : extraColumns,
-                                   c.columnShiftFlag, r, &shift);
-    const uint16_t lutRect[4] = {uint16_t(r[0] - shift), uint16_t(r[1]), uint16_t(r[2] - shift), uint16_t(r[3])};
-    auto buildTables = [&](const double* map) {
-        if (buildLut == 1 && any && st.tables.offset)
-            RemapLut_Build(st.tables.offset, st.tables.columnWeight, st.tables.rowWeight, srcWidth, srcHeight,
-                           map ? model.gridWidth : 0, map ? model.gridHeight : 0, outWidth, mode, extraColumns,
-                           model.homography, map, lutRect);
-    };
-
-    // Warp through the tables just built (or kept).
-    auto applyTables = [&]() -> uint32_t {
-        // Tables of this call only exist if they were just built.
-        const bool tablesUsable = st.tables.offset && (st.tablesPersist || buildLut == 1);
-        if (planes >= 3 || !any || !tablesUsable || !dst || !src || srcWidth < 2 || srcHeight < 2) return 0;
-        const uint16_t warpRect[4] = {uint16_t(r[0]), uint16_t(r[1]), uint16_t(r[2]), uint16_t(r[3])};
-        const size_t srcPlane = size_t(srcWidth) * srcHeight, dstPlane = size_t(stride) * outHeight;
-        const uint32_t firstPlane = planes == 2 ? 1 : 0, lastPlane = planes == 0 ? 0 : 2;
-        for (uint32_t k = firstPlane; k <= lastPlane; ++k)
-            Remap_ApplyPlane(dst + k * dstPlane, src + k * srcPlane, st.tables.offset, st.tables.columnWeight,
-                             st.tables.rowWeight, srcWidth, stride, warpRect);
-        return 0;
-    };
-
-    const double* map = nullptr;
-    if (buildMap == 1) {
-        double* target = st.map;
-        if (!target || gridRecords > st.mapCapacity) {
-            st.ownedMap = allocArray<double>(size_t(2 * gridRecords));
-            target = st.ownedMap.get();
-        }
-        const DistortionTable table = DistortionTable_FromSection(calibrationBody, model.camera, 0);
-        double scaleX, scaleY;
-        // The table rows are built as soon as the map rows they read are
-        // final, while those are still in cache (the same entries as
-        // building them after the whole map).
-        struct Follow {
-            const RemapTables* tables;
-            uint16_t srcWidth, srcHeight, mapWidth, mapHeight, outWidth;
-            int mode;
-            uint32_t extraColumns;
-            const double* h;
-            const double* map;
-            const uint16_t* rect;
-            int next;  // first table row not built yet
-
-            void build(int upTo) {
-                if (next > upTo) return;
-                const uint16_t rows[4] = {rect[0], uint16_t(next), rect[2], uint16_t(upTo)};
-                RemapLut_Build(tables->offset, tables->columnWeight, tables->rowWeight, srcWidth, srcHeight, mapWidth,
-                               mapHeight, outWidth, mode, extraColumns, h, map, rows);
-                next = upTo + 1;
-            }
-            int lastMapRow(int y) const { return RemapLut_LastMapRow(h, y, rect[0], rect[2], mapHeight); }
-            static void rowsDone(void* context, int rows) {
-                Follow& f = *static_cast<Follow*>(context);
-                int upTo = f.next - 1;
-                while (upTo < f.rect[3] && (rows >= f.mapHeight || f.lastMapRow(upTo + 1) < rows)) ++upTo;
-                f.build(upTo);
-            }
-        };
-        Follow follow{&st.tables, srcWidth, srcHeight, model.gridWidth, model.gridHeight, outWidth, mode,
-                      extraColumns, model.homography, target, lutRect, lutRect[1]};
-        const bool fused = buildLut == 1 && any && st.tables.offset && lutRect[1] <= lutRect[3];
-        // A band per thread's share, so that each batch of table rows is
-        // still large enough to be shared among the threads.
-        const int bandRows = kMapBandRows * std::max(1, omp_get_max_threads());
-        const MapBands bands = fused ? MapBands{bandRows, Follow::rowsDone, &follow} : MapBands{0, nullptr, nullptr};
-        const uint32_t result = DistortionMap_BuildInBands(target, model, table.radius, table.distortion,
-                                                           table.calibrationEntries, 0, &scaleX, &scaleY, 1, bands);
-        if (fused && result == kMapOk) {
-            follow.build(lutRect[3]);  // rows no band reached (an empty grid)
-            return applyTables();
-        }
-        if (result != kMapOk) {
-            // Kept tables would otherwise hold stale (or never written)
-            // offsets for a later warp: leave border entries instead.
-            if (st.tablesPersist) buildTables(nullptr);
-            return result;
-        }
-        map = target;
-    } else if (buildLut == 1) {
-        if (mapSlot >= 0) {
-            const uint64_t slotRecords = uint64_t(c.srcWidth1) * c.srcHeight1 + uint64_t(c.srcWidth2) * c.srcHeight2;
-            const uint64_t records1 = uint64_t(c.srcWidth1) * c.srcHeight1;
-            const uint64_t capacity = camera == 1 ? records1 : camera == 2 ? slotRecords - records1 : 0;
-            if (c.mapStore && uint32_t(mapSlot) < c.mapCount && gridRecords <= capacity)
-                map = reinterpret_cast<const double*>(c.mapStore) +
-                      2 * (uint64_t(mapSlot) * slotRecords + (camera == 2 ? records1 : 0));
-        } else if (st.map && gridRecords <= st.mapCapacity) {
-            map = st.map;
-        }
-    }
-
-    buildTables(map);
-    return applyTables();
+uint32_t Remap_BuildAndApply(uint8_t* dst, const uint8_t* src, const calib::CameraModel& camera,
+                             const RemapLayout& layout, uint32_t planes) {
+    auto storage = allocArray<uint8_t>(size_t(Remap_TableBytes(layout)));
+    const RemapTables tables = Remap_TablesIn(storage.get(), layout);
+    const uint32_t result = Remap_BuildCamera(tables, camera, layout);
+    if (result != 0) return result;
+    if (planes >= 3 || !dst || !src || layout.srcWidth < 2 || layout.srcHeight < 2) return 0;
+    const uint16_t rect[4] = {uint16_t(layout.columnShift), 0, uint16_t(layout.columnShift + layout.outWidth - 1),
+                              uint16_t(layout.outHeight - 1)};
+    const size_t srcPlane = size_t(layout.srcWidth) * layout.srcHeight, dstPlane = size_t(layout.entries());
+    const uint32_t firstPlane = planes == 2 ? 1 : 0, lastPlane = planes == 0 ? 0 : 2;
+    for (uint32_t k = firstPlane; k <= lastPlane; ++k)
+        Remap_ApplyPlane(dst + k * dstPlane, src + k * srcPlane, tables.offset, tables.columnWeight,
+                         tables.rowWeight, layout.srcWidth, tables.stride, rect);
+    return 0;
 }
 
 }  // namespace kvdsr::remap

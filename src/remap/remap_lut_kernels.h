@@ -1,11 +1,12 @@
 // Row kernels of the projective table build and their run-time selection.
-// The AVX2 kernel does four pixels at a time with the same IEEE operations
-// per lane as the plain one, so both give identical tables.
+// The SIMD kernels do several pixels at a time with the same IEEE operations
+// per lane as the plain one, so all give identical tables.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "common/cpu_dispatch.h"
 #include "remap/pair_math.h"
 
 namespace kvdsr::remap {
@@ -52,10 +53,12 @@ inline bool clampIndex(double c, int size, int* i0, int* i1, double* frac) {
     return true;
 }
 
-// One table row through a homography: sums advanced per column from
-// `first`, table entries written at index x of offset/columnWeight/rowWeight.
+// Table rows y..y+count-1 through a homography: sums advanced per column
+// from `first`, the entries of row y + k written at index x + k * stride of
+// offset/columnWeight/rowWeight. Map row r starts at rows[r]; only the rows
+// the entries read need be set.
 struct LutRow {
-    const double* map;
+    const double* const* rows;
     int mapWidth, mapHeight;
     uint32_t srcWidth, srcHeight;
     const double* h;
@@ -63,7 +66,23 @@ struct LutRow {
     uint32_t* offset;
     uint16_t* columnWeight;
     uint16_t* rowWeight;
+    int count = 1;
+    size_t stride = 0;
 };
+
+// Most rows one kernel call takes.
+constexpr int kLutBlockRows = 8;
+
+// Row k of a block, as a block of one row.
+inline LutRow blockRow(const LutRow& b, int k) {
+    LutRow r = b;
+    r.y = b.y + k;
+    r.count = 1;
+    r.offset = b.offset + size_t(k) * b.stride;
+    r.columnWeight = b.columnWeight + size_t(k) * b.stride;
+    r.rowWeight = b.rowWeight + size_t(k) * b.stride;
+    return r;
+}
 
 // Sample the map at (u, v), bilinearly with clamped indices; X and Y of the
 // four records are blended together. Invalid (-1, -1) for NaN.
@@ -72,8 +91,8 @@ inline pair::Pair sampleMap(const LutRow& r, double u, double v) {
     double fu, fv;
     if (!clampIndex(u, r.mapWidth, &c0, &c1, &fu) || !clampIndex(v, r.mapHeight, &r0, &r1, &fv))
         return pair::splat(-1.0);
-    const double* m0 = r.map + size_t(r0) * r.mapWidth * 2;
-    const double* m1 = r.map + size_t(r1) * r.mapWidth * 2;
+    const double* m0 = r.rows[r0];
+    const double* m1 = r.rows[r1];
     const pair::Pair pu = pair::splat(fu);
     const pair::Pair a = pair::load(m0 + 2 * c0), b = pair::load(m1 + 2 * c0);
     const pair::Pair rowTop = pair::add(a, pair::mul(pu, pair::sub(pair::load(m0 + 2 * c1), a)));
@@ -81,7 +100,7 @@ inline pair::Pair sampleMap(const LutRow& r, double u, double v) {
     return pair::add(rowTop, pair::mul(pair::splat(fv), pair::sub(rowBottom, rowTop)));
 }
 
-// Pixels from..last of a row whose sums at `from` are su, sv, sw.
+// Pixels from..last of row y whose sums at `from` are su, sv, sw.
 inline void lutPixels(const LutRow& r, int from, double su, double sv, double sw) {
     const EntryWriter write(r.srcWidth, r.srcHeight);
     const double* h = r.h;
@@ -89,7 +108,21 @@ inline void lutPixels(const LutRow& r, int from, double su, double sv, double sw
         write(sampleMap(r, su / sw, sv / sw), r.offset + x, r.columnWeight + x, r.rowWeight + x);
 }
 
-using LutRowFn = void (*)(const LutRow& row);
+// Pixels from..to of row y from their sampling points, already divided:
+// u[x - from], v[x - from].
+inline void lutPoints(const LutRow& r, int from, int to, const double* u, const double* v) {
+    const EntryWriter write(r.srcWidth, r.srcHeight);
+    for (int x = from; x <= to; ++x)
+        write(sampleMap(r, u[x - from], v[x - from]), r.offset + x, r.columnWeight + x, r.rowWeight + x);
+}
+
+// A block row by row through a one-row kernel.
+template <class RowFn>
+inline void eachRow(const LutRow& b, RowFn row) {
+    for (int k = 0; k < b.count; ++k) row(blockRow(b, k));
+}
+
+using LutRowFn = void (*)(const LutRow& rows);
 void LutRowProjective_C(const LutRow& row);
 #if defined(__x86_64__)
 void LutRowProjective_AVX2(const LutRow& row);
@@ -100,7 +133,8 @@ void LutRowProjective_NEON(const LutRow& row);
 #endif
 
 // Kernels supported here, [0] the plain one; the last is used unless set.
-int lutRowVariants(const LutRowFn** out);
+using LutRowVariant = KernelVariant<LutRowFn>;
+int lutRowVariants(const LutRowVariant** out);
 LutRowFn lutRowKernel();
 void setLutRowKernel(LutRowFn fn);  // nullptr: automatic
 

@@ -5,8 +5,8 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|amd64|i[3-6]86")
   set_source_files_properties(${_remap}/warp_sse41.cpp PROPERTIES COMPILE_OPTIONS "-msse4.1")
   set_source_files_properties(${_remap}/warp_avx2.cpp ${_remap}/remap_lut_avx2.cpp
     ${_remap}/distortion_map_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2")
-  set_source_files_properties(${_remap}/remap_lut_avx512.cpp PROPERTIES COMPILE_OPTIONS
-    "-mavx512f;-mavx512dq;-mavx512vl;-mavx512bw;-Wno-maybe-uninitialized")  # GCC 12: false alarms in its own headers
+  set_source_files_properties(${_remap}/remap_lut_avx512.cpp ${_remap}/distortion_map_avx512.cpp PROPERTIES COMPILE_OPTIONS
+    "-mavx512f;-mavx512dq;-mavx512vl;-mavx512bw;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")  # GCC 12: false alarms in its own headers
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND NOT ANDROID_ABI STREQUAL "arm64-v8a")
   set_source_files_properties(${_remap}/warp_neon.cpp PROPERTIES COMPILE_OPTIONS "-mfpu=neon")
 endif()

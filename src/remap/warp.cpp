@@ -1,9 +1,7 @@
 // Bilinear warp of one 8-bit plane through a fixed-point lookup table.
-#include <atomic>
 #include <cstddef>
 
 #include "remap/remap.h"
-#include "remap/kernel_dispatch.h"
 #include "remap/remap_internal.h"
 #include "remap/warp_kernels.h"
 
@@ -24,39 +22,49 @@ inline uint8_t warpPixel(const uint8_t* src, uint32_t o, uint32_t wc, uint32_t w
     return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
 }
 
-struct VariantEntry {
-    WarpVariant variant;
-    bool (*supported)();
-};
-
-bool always() { return true; }
-
-// Ordered worst to best; the automatic choice is the last supported one.
-constexpr VariantEntry kAllVariants[] = {
-    {{"C", WarpGroups_C}, always},
+int fillWarpVariants(WarpVariant* v) {
+    int n = 0;
+    v[n++] = {"C", WarpGroups_C};
 #if defined(__x86_64__) || defined(__i386__)
-    {{"SSE4.1", WarpGroups_SSE41}, cpuHasSse41},
-    {{"AVX2-gather", WarpGroups_AVX2Gather}, cpuHasAvx2},
-    {{"AVX2", WarpGroups_AVX2}, cpuHasAvx2},
+    if (cpuHasSse41()) v[n++] = {"SSE4.1", WarpGroups_SSE41};
+    if (cpuHasAvx2()) v[n++] = {"AVX2-gather", WarpGroups_AVX2Gather};
+    if (cpuHasAvx2()) v[n++] = {"AVX2", WarpGroups_AVX2};
 #endif
 #if defined(__ARM_NEON) || defined(__ARM_NEON__) || defined(__aarch64__)
-    {{"NEON", WarpGroups_NEON}, always},
+    v[n++] = {"NEON", WarpGroups_NEON};
 #endif
-};
-constexpr int kVariantCount = sizeof(kAllVariants) / sizeof(kAllVariants[0]);
-
-// Constant-initialised; filled on first use, from the one calling thread.
-WarpVariant g_supported[kVariantCount] = {};
-std::atomic<int> g_supportedCount{0};
-std::atomic<WarpGroupsFn> g_kernel{nullptr};
-
-int detectVariants() {
-    int n = g_supportedCount.load(std::memory_order_acquire);
-    if (n) return n;
-    for (const VariantEntry& e : kAllVariants)
-        if (e.supported()) g_supported[n++] = e.variant;
-    g_supportedCount.store(n, std::memory_order_release);
     return n;
+}
+
+KernelDispatch<WarpGroupsFn, 5> g_warp(fillWarpVariants);
+
+int fillWarpPairVariants(WarpPairVariant* v) {
+    int n = 0;
+    v[n++] = {"C", WarpPairGroups_C};
+#if defined(__x86_64__) || defined(__i386__)
+    if (cpuHasSse41()) v[n++] = {"SSE4.1", WarpPairGroups_SSE41};
+    if (cpuHasAvx2()) v[n++] = {"AVX2", WarpPairGroups_AVX2};
+#endif
+#if defined(__ARM_NEON) || defined(__ARM_NEON__) || defined(__aarch64__)
+    v[n++] = {"NEON", WarpPairGroups_NEON};
+#endif
+    return n;
+}
+
+KernelDispatch<WarpPairGroupsFn, 4> g_warpPair(fillWarpPairVariants);
+
+// Both bytes of the pair entries whose taps start at byte top (left pair
+// at top, right pair at right) and the same two a row below.
+inline void warpPair(uint8_t* dst, const uint8_t* src, std::size_t top, std::size_t right, std::size_t down,
+                     uint32_t wc, uint32_t wr) {
+    for (int c = 0; c < 2; ++c) {
+        const uint32_t p00 = src[top + c], p01 = src[right + c];
+        const uint32_t p10 = src[top + down + c], p11 = src[right + down + c];
+        const uint32_t t = p01 * 1024u + (p00 - p01) * wc;
+        const uint32_t b = p11 * 1024u + (p10 - p11) * wc;
+        const int32_t v = static_cast<int32_t>(b * 1024u + (t - b) * wr + 524288u) >> 20;
+        dst[c] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+    }
 }
 
 }  // namespace
@@ -71,23 +79,58 @@ void WarpGroups_C(uint8_t* dst, const uint8_t* src, const uint32_t* offset, cons
     WarpRow_C(dst, src, offset, columnWeight, rowWeight, srcStride, groups * 8);
 }
 
-int warpVariants(const WarpVariant** out) {
-    const int n = detectVariants();
-    if (out) *out = g_supported;
-    return n;
-}
+int warpVariants(const WarpVariant** out) { return g_warp.variants(out); }
+WarpGroupsFn warpKernel() { return g_warp.kernel(); }
+void setWarpKernel(WarpGroupsFn fn) { g_warp.set(fn); }
 
-WarpGroupsFn warpKernel() {
-    WarpGroupsFn fn = g_kernel.load(std::memory_order_acquire);
-    if (!fn) {
-        const int n = detectVariants();
-        fn = g_supported[n - 1].fn;
-        g_kernel.store(fn, std::memory_order_release);
+void WarpPairRow_C(uint8_t* dst, const uint8_t* src, const uint32_t* offset, const uint16_t* columnWeight,
+                   const uint16_t* rowWeight, uint32_t planeWidth, uint32_t count) {
+    const std::size_t down = 2 * std::size_t(planeWidth);
+    for (uint32_t i = 0; i < count; ++i) {
+        const std::size_t top = 2 * std::size_t(offset[i]);
+        warpPair(dst + 2 * i, src, top, top + 2, down, columnWeight[i], rowWeight[i]);
     }
-    return fn;
 }
 
-void setWarpKernel(WarpGroupsFn fn) { g_kernel.store(fn, std::memory_order_release); }
+void WarpPairGroups_C(uint8_t* dst, const uint8_t* src, const uint32_t* offset, const uint16_t* columnWeight,
+                      const uint16_t* rowWeight, uint32_t planeWidth, uint32_t groups) {
+    WarpPairRow_C(dst, src, offset, columnWeight, rowWeight, planeWidth, groups * 8);
+}
+
+// The right-hand taps of an entry at the end of a plane row are the first
+// of the next row, as they would be in a planar copy.
+void WarpPairRowPadded_C(uint8_t* dst, const uint8_t* src, const uint32_t* offset, const uint16_t* columnWeight,
+                         const uint16_t* rowWeight, uint32_t planeWidth, uint32_t pairStride, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t o = offset[i], row = o / planeWidth, column = o - row * planeWidth;
+        const std::size_t top = std::size_t(row) * pairStride + 2 * std::size_t(column);
+        const std::size_t right = column + 1 < planeWidth ? top + 2 : std::size_t(row + 1) * pairStride;
+        warpPair(dst + 2 * i, src, top, right, pairStride, columnWeight[i], rowWeight[i]);
+    }
+}
+
+int warpPairVariants(const WarpPairVariant** out) { return g_warpPair.variants(out); }
+WarpPairGroupsFn warpPairKernel() { return g_warpPair.kernel(); }
+void setWarpPairKernel(WarpPairGroupsFn fn) { g_warpPair.set(fn); }
+
+void warpRow(uint8_t* dst, const uint8_t* src, const uint32_t* offset, const uint16_t* columnWeight,
+             const uint16_t* rowWeight, uint32_t srcStride, uint32_t count) {
+    const uint32_t groups = count / 8, done = groups * 8;
+    if (groups) warpKernel()(dst, src, offset, columnWeight, rowWeight, srcStride, groups);
+    WarpRow_C(dst + done, src, offset + done, columnWeight + done, rowWeight + done, srcStride, count - done);
+}
+
+void warpPairRow(uint8_t* dst, const uint8_t* src, const uint32_t* offset, const uint16_t* columnWeight,
+                 const uint16_t* rowWeight, uint32_t planeWidth, uint32_t pairStride, uint32_t count) {
+    if (pairStride != 2 * planeWidth) {
+        WarpPairRowPadded_C(dst, src, offset, columnWeight, rowWeight, planeWidth, pairStride, count);
+        return;
+    }
+    const uint32_t groups = count / 8, done = groups * 8;
+    if (groups) warpPairKernel()(dst, src, offset, columnWeight, rowWeight, planeWidth, groups);
+    WarpPairRow_C(dst + 2 * done, src, offset + done, columnWeight + done, rowWeight + done, planeWidth,
+                  count - done);
+}
 
 void Remap_ApplyPlane(uint8_t* dst, const uint8_t* src, const uint32_t* offsetTable,
                       const uint16_t* columnWeightTable, const uint16_t* rowWeightTable, uint32_t srcStride,
@@ -96,19 +139,13 @@ void Remap_ApplyPlane(uint8_t* dst, const uint8_t* src, const uint32_t* offsetTa
     const int first = rect[0], top = rect[1], last = rect[2], bottom = rect[3];
     if (first > last || top > bottom) return;
     const uint32_t count = uint32_t(last - first + 1);
-    const uint32_t groups = count / 8, vectorCount = groups * 8;
-    const WarpGroupsFn kernel = warpKernel();
 
     const bool parallel = uint64_t(count) * uint64_t(bottom - top + 1) >= kParallelMinPixels;
 #pragma omp parallel for schedule(dynamic, 1) if (parallel)
     for (int y = top; y <= bottom; ++y) {
         const std::size_t base = std::size_t(y) * dstStride + std::size_t(first);
-        if (groups)
-            kernel(dst + base, src, offsetTable + base, columnWeightTable + base, rowWeightTable + base, srcStride,
-                   groups);
-        WarpRow_C(dst + base + vectorCount, src, offsetTable + base + vectorCount,
-                  columnWeightTable + base + vectorCount, rowWeightTable + base + vectorCount, srcStride,
-                  count - vectorCount);
+        warpRow(dst + base, src, offsetTable + base, columnWeightTable + base, rowWeightTable + base, srcStride,
+                count);
     }
 }
 

@@ -4,7 +4,7 @@
 #include <random>
 
 #include "calibpack.h"
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 #include "calibration/geometry.h"
 
 namespace kvdsr {
@@ -136,23 +136,28 @@ std::array<uint8_t, 512> sampleBlock() {
     return b;
 }
 
+calib::CameraModel cameraOf(const std::array<uint8_t, 512>& b, int camera) { return calib::readCamera(b.data(), camera); }
+// Field by field, through their bytes in otherwise empty blocks.
+bool sameCamera(const calib::CameraModel& a, const calib::CameraModel& b) {
+    std::array<uint8_t, 512> x{}, y{};
+    calib::writeCamera(x.data(), 1, a);
+    calib::writeCamera(y.data(), 1, b);
+    return x == y;
+}
 void projectionOf(const std::array<uint8_t, 512>& b, int camera, double P[12]) {
-    for (int i = 0; i < 12; ++i)
-        P[i] = calib::load<float>(b.data(), calib::kSectionOffset[camera] + calib::sec::kProjection + 4 * i);
+    const calib::CameraModel c = cameraOf(b, camera);
+    for (int i = 0; i < 12; ++i) P[i] = c.projection[i];
 }
 void homographyOf(const std::array<uint8_t, 512>& b, int camera, double H[9]) {
-    for (int i = 0; i < 9; ++i)
-        H[i] = calib::load<float>(b.data(), calib::kSectionOffset[camera] + calib::sec::kHomography + 4 * i);
-}
-uint16_t u16Of(const std::array<uint8_t, 512>& b, int camera, uint32_t field) {
-    return calib::load<uint16_t>(b.data(), calib::kSectionOffset[camera] + field);
+    const calib::CameraModel c = cameraOf(b, camera);
+    for (int i = 0; i < 9; ++i) H[i] = c.homography[i];
 }
 
 TEST(Rescale, ToTheModelSizeOnlyNormalisesP) {
     for (int camera : {1, 2}) {
         auto block = sampleBlock();
         const auto before = block;
-        const uint16_t w = u16Of(block, camera, calib::sec::kModelWidth), h = u16Of(block, camera, calib::sec::kModelHeight);
+        const uint16_t w = cameraOf(block, camera).modelWidth, h = cameraOf(block, camera).modelHeight;
         EXPECT_EQ(rescaleCameraSection(block.data(), w, h, camera), 0xA000u);
         double P0[12], P1[12], H0[9], H1[9];
         projectionOf(before, camera, P0);
@@ -164,13 +169,11 @@ TEST(Rescale, ToTheModelSizeOnlyNormalisesP) {
         homographyOf(before, camera, H0);
         homographyOf(block, camera, H1);
         for (int i = 0; i < 9; ++i) EXPECT_NEAR(H1[i], H0[i], 1e-6 * std::fabs(H0[i]) + 1e-12);
-        EXPECT_EQ(u16Of(block, camera, calib::sec::kPrincipalX), u16Of(before, camera, calib::sec::kPrincipalX));
-        EXPECT_EQ(u16Of(block, camera, calib::sec::kPrincipalY), u16Of(before, camera, calib::sec::kPrincipalY));
+        EXPECT_EQ(cameraOf(block, camera).principalX, cameraOf(before, camera).principalX);
+        EXPECT_EQ(cameraOf(block, camera).principalY, cameraOf(before, camera).principalY);
         // The other section is untouched.
         const int other = 3 - camera;
-        EXPECT_TRUE(std::equal(block.begin() + calib::kSectionOffset[other],
-                               block.begin() + calib::kSectionOffset[other] + 240,
-                               before.begin() + calib::kSectionOffset[other]));
+        EXPECT_TRUE(sameCamera(cameraOf(block, other), cameraOf(before, other)));
     }
 }
 
@@ -186,8 +189,8 @@ TEST_P(RescaleTo, PixelCentresFollowTheScale) {
     const int camera = 1;  // 1600 x 1200
     rescaleCameraSection(block.data(), target.width, target.height, camera);
     const double sx = static_cast<float>(target.width / 1600.0), sy = static_cast<float>(target.height / 1200.0);
-    EXPECT_EQ(u16Of(block, camera, calib::sec::kModelWidth), target.width);
-    EXPECT_EQ(u16Of(block, camera, calib::sec::kModelHeight), target.height);
+    EXPECT_EQ(cameraOf(block, camera).modelWidth, target.width);
+    EXPECT_EQ(cameraOf(block, camera).modelHeight, target.height);
 
     // A world point projects to the rescaled position of its old pixel.
     double P0[12], P1[12];
@@ -220,18 +223,29 @@ INSTANTIATE_TEST_SUITE_P(Sizes, RescaleTo,
 
 TEST(Rescale, FixedPointCoordinatesByHand) {
     auto block = sampleBlock();
-    const uint32_t base = calib::kSectionOffset[1];
-    calib::store<uint16_t>(block.data(), base + calib::sec::kPrincipalX, 12856);  // 803.5 px
-    calib::store<uint16_t>(block.data(), base + calib::sec::kPrincipalY, 0);      // unset stays unset
-    rescaleCameraSection(block.data(), 800, 300, 1);
+    calib::CameraModel cam = cameraOf(block, 1);
+    cam.principalX = 12856;  // 803.5 px
+    cam.principalY = 0;      // unset stays unset
+    rescaleCamera(cam, 800, 300);
     // (803.5 + 0.5) * 0.5 - 0.5 = 401.5 px = 6424 / 16
-    EXPECT_EQ(u16Of(block, 1, calib::sec::kPrincipalX), 6424);
-    EXPECT_EQ(u16Of(block, 1, calib::sec::kPrincipalY), 0);
+    EXPECT_EQ(cam.principalX, 6424);
+    EXPECT_EQ(cam.principalY, 0);
 
-    calib::store<uint16_t>(block.data(), base + calib::sec::kPrincipalY, 100);  // 6.25 px at height 300
-    rescaleCameraSection(block.data(), 800, 900, 1);
+    cam.principalY = 100;  // 6.25 px at height 300
+    rescaleCamera(cam, 800, 900);
     // ((6.25 + 0.5) * 3 - 0.5) * 16 = 316
-    EXPECT_EQ(u16Of(block, 1, calib::sec::kPrincipalY), 316);
+    EXPECT_EQ(cam.principalY, 316);
+}
+
+// The block form is the model form read from and written back to the block.
+TEST(Rescale, SectionAndModelAgree) {
+    for (int camera : {1, 2}) {
+        auto block = sampleBlock();
+        calib::CameraModel cam = cameraOf(block, camera);
+        rescaleCamera(cam, 1440, 1080);
+        rescaleCameraSection(block.data(), 1440, 1080, camera);
+        EXPECT_TRUE(sameCamera(cameraOf(block, camera), cam)) << camera;
+    }
 }
 
 TEST(Rescale, OtherCameraNumbersLeaveTheBlockAlone) {
@@ -246,7 +260,7 @@ TEST(Rescale, OtherCameraNumbersLeaveTheBlockAlone) {
 TEST(Rescale, EmptySectionDoesNotCrash) {
     std::array<uint8_t, 512> block{};
     EXPECT_EQ(rescaleCameraSection(block.data(), 640, 480, 2), 0xA000u);
-    EXPECT_EQ(u16Of(block, 2, calib::sec::kModelWidth), 640);
+    EXPECT_EQ(cameraOf(block, 2).modelWidth, 640);
 }
 
 }  // namespace

@@ -1,15 +1,17 @@
-// Size query, context, distortion table, coordinate map, lookup table and
-// the per-camera build-and-warp chain.
+// Size arithmetic, model, distortion table, coordinate map, lookup table,
+// and the per-camera build against the map-then-table path it replaces.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
 
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 #include "remap/distortion_map_kernels.h"
 #include "remap/remap.h"
 #include "remap/remap_lut_kernels.h"
@@ -29,51 +31,44 @@ struct SectionSpec {
     float homography[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 };
 
-void writeSection(uint8_t* block, int camera, const SectionSpec& s) {
-    uint8_t* sec = block + calib::kSectionOffset[camera];
-    calib::store<int32_t>(sec, calib::sec::kFirstField, 1);
-    for (int i = 0; i < 9; ++i) calib::store<float>(sec, calib::sec::kHomography + 4 * i, s.homography[i]);
-    calib::store<uint16_t>(sec, calib::sec::kModelWidth, s.gridWidth);
-    calib::store<uint16_t>(sec, calib::sec::kModelHeight, s.gridHeight);
-    calib::store<uint16_t>(sec, calib::sec::kCalibWidth, s.calibWidth);
-    calib::store<uint16_t>(sec, calib::sec::kCalibHeight, s.calibHeight);
-    calib::store<float>(sec, calib::sec::kPixelPitch, s.pitch);
-    calib::store<uint16_t>(sec, calib::sec::kPrincipalX, s.principalX);
-    calib::store<uint16_t>(sec, calib::sec::kPrincipalY, s.principalY);
-    calib::store<uint16_t>(sec, calib::sec::kDistortionCount, uint16_t(s.radii.size()));
-    for (size_t i = 0; i < s.radii.size(); ++i) {
-        calib::store<int16_t>(sec, calib::sec::kDistortionRadii + 2 * uint32_t(i), s.radii[i]);
-        calib::store<int16_t>(sec, calib::sec::kDistortionValues + 2 * uint32_t(i), s.distortions[i]);
+calib::CameraModel cameraWith(const SectionSpec& s) {
+    calib::CameraModel c;
+    c.number = 1;
+    std::copy(s.homography, s.homography + 9, c.homography);
+    c.modelWidth = s.gridWidth;
+    c.modelHeight = s.gridHeight;
+    c.calibWidth = s.calibWidth;
+    c.calibHeight = s.calibHeight;
+    c.pixelPitch = s.pitch;
+    c.principalX = s.principalX;
+    c.principalY = s.principalY;
+    c.distortionCount = uint16_t(s.radii.size());
+    for (size_t i = 0; i < s.radii.size() && i < calib::sec::kMaxDistortionEntries; ++i) {
+        c.distortionRadii[i] = s.radii[i];
+        c.distortionValues[i] = s.distortions[i];
     }
+    return c;
 }
 
-std::vector<uint8_t> blockWith(const SectionSpec& one, const SectionSpec& two) {
-    std::vector<uint8_t> block(calib::kBlockSize, 0);
-    writeSection(block.data(), 1, one);
-    writeSection(block.data(), 2, two);
-    return block;
+std::vector<uint8_t> randomBytes(std::mt19937& rng, size_t n) {
+    std::vector<uint8_t> v(n);
+    for (auto& b : v) b = uint8_t(rng());
+    return v;
 }
 
-class RemapTest : public ::testing::Test {
-protected:
-    void SetUp() override { Remap_Reset(); }
-    void TearDown() override { Remap_Reset(); }
-};
+// ---- Sizes and table storage -------------------------------------------------
 
-// ---- Size query and context --------------------------------------------------
-
-TEST_F(RemapTest, StereoViewSizesForSquareImages) {
+TEST(RemapSizes, StereoViewSizesForSquareImages) {
     for (uint32_t side : {1u, 7u, 96u, 1024u, 4000u}) {
         const uint16_t s = uint16_t(side);
         uint32_t ws = 0, mb = 0;
         ASSERT_EQ(Remap_QuerySize(&ws, &mb, s, s, s, s, s, s, 0, 1, 1), 0u);
         EXPECT_EQ(ws, 73u * side * side);
         EXPECT_EQ(mb, 32u * side * side);
-        EXPECT_EQ(Remap_Context().workspaceSize, ws);
     }
 }
 
-TEST_F(RemapTest, SizeQueryFormulasAndZeroSizes) {
+TEST(RemapSizes, QueryFormulasZeroSizesAndSaturation) {
     uint32_t ws = 0, mb = 0;
     // A = 10*4 + 6*5 = 70; out 8x3.
     ASSERT_EQ(Remap_QuerySize(&ws, &mb, 10, 4, 6, 5, 8, 3, 0, 3, 0), 0u);
@@ -81,64 +76,47 @@ TEST_F(RemapTest, SizeQueryFormulasAndZeroSizes) {
     EXPECT_EQ(mb, 16u * 3 * 70);
     ASSERT_EQ(Remap_QuerySize(&ws, &mb, 10, 4, 6, 5, 8, 3, 2, 1, 1), 0u);
     EXPECT_EQ(ws, 16u * 70 + 33u * 24 + 8u * 3 * 10);
+    // Without a map store the plain formula is 8*oh*extra short of two blocks.
+    ASSERT_EQ(Remap_QuerySize(&ws, &mb, 10, 4, 6, 5, 8, 3, 5, 1, 0), 0u);
+    EXPECT_EQ(ws, 16u * 70 + 2 * 8u * 3 * 13);
     EXPECT_EQ(Remap_QuerySize(&ws, &mb, 10, 4, 6, 5, 8, 3, 0, 0, 1), kZeroSize);  // no map slots
     EXPECT_EQ(mb, 0u);
     EXPECT_EQ(Remap_QuerySize(&ws, &mb, 0, 4, 6, 0, 8, 3, 0, 1, 1), kZeroSize);  // no source pixels
-}
-
-TEST_F(RemapTest, WorkspaceCoversBothBlocksWithExtraColumnsAndSaturates) {
-    uint32_t ws = 0, mb = 0;
-    // Without a map store the plain formula is 8*oh*extra short of two blocks.
-    ASSERT_EQ(Remap_QuerySize(&ws, &mb, 10, 4, 6, 5, 8, 3, 5, 1, 0), 0u);
-    std::vector<uint8_t> workspace(ws);
-    const RemapTables two = Remap_WorkspaceTables(workspace.data(), 2);
-    const uint8_t* end = reinterpret_cast<const uint8_t*>(two.rowWeight + 3 * 13);
-    EXPECT_LE(end, workspace.data() + workspace.size());
     ASSERT_EQ(Remap_QuerySize(&ws, &mb, 65535, 65535, 65535, 65535, 65535, 65535, 0, 1, 1), 0u);
     EXPECT_EQ(ws, 0xFFFFFFFFu);
     EXPECT_EQ(mb, 0xFFFFFFFFu);
 }
 
-TEST_F(RemapTest, BuffersAreRecordedOnlyWhenAllPresent) {
-    uint8_t a = 0, b = 0;
-    EXPECT_EQ(Remap_SetWorkspace(nullptr), kNullBuffer);
-    EXPECT_EQ(Remap_Context().workspace, nullptr);
-    EXPECT_EQ(Remap_SetWorkspace(&a), 0u);
-    EXPECT_EQ(Remap_Context().workspace, &a);
-    EXPECT_EQ(Remap_SetBuffers(&a, nullptr), kNullBuffer);
-    EXPECT_EQ(Remap_SetBuffers(nullptr, &b), kNullBuffer);
-    EXPECT_EQ(Remap_Context().mapStore, nullptr);
-    EXPECT_EQ(Remap_Context().lutStore, nullptr);
-    EXPECT_EQ(Remap_SetBuffers(&a, &b), 0u);
-    EXPECT_EQ(Remap_Context().lutStore, &b);
-    Remap_Reset();
-    EXPECT_EQ(Remap_Context().workspace, nullptr);
-    EXPECT_EQ(Remap_Context().mapStore, nullptr);
+TEST(RemapSizes, TablesLieBackToBackInTheirStorage) {
+    const RemapLayout layout{10, 4, 8, 3, 2};
+    EXPECT_EQ(layout.stride(), 10u);
+    EXPECT_EQ(Remap_TableBytes(layout), 8u * 30);
+    std::vector<uint8_t> storage(Remap_TableBytes(layout));
+    const RemapTables t = Remap_TablesIn(storage.data(), layout);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(t.offset), storage.data());
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(t.columnWeight), storage.data() + 4 * 30);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(t.rowWeight), storage.data() + 6 * 30);
+    EXPECT_EQ(t.stride, 10u);
+    EXPECT_EQ(Remap_TablesIn(nullptr, layout).offset, nullptr);
 }
 
-TEST_F(RemapTest, CameraTwoBlockFollowsCameraOneTables) {
-    uint32_t ws = 0, mb = 0;
-    ASSERT_EQ(Remap_QuerySize(&ws, &mb, 10, 4, 6, 5, 8, 3, 2, 1, 1), 0u);
-    std::vector<uint8_t> w(ws);
-    const RemapTables one = Remap_WorkspaceTables(w.data(), 1);
-    const RemapTables two = Remap_WorkspaceTables(w.data(), 2);
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(one.map), w.data());
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(one.offset), w.data() + 16 * 40);
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(one.columnWeight), w.data() + 16 * 40 + 4 * 30);
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(one.rowWeight), w.data() + 16 * 40 + 6 * 30);
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(two.map), w.data() + 16 * 40 + 8 * 30);
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(two.offset), w.data() + 16 * 40 + 8 * 30 + 16 * 30);
-    EXPECT_EQ(one.stride, 10u);
-    EXPECT_EQ(two.mapRecords, 30u);
-    EXPECT_EQ(Remap_WorkspaceTables(w.data(), 0).offset, nullptr);
-    EXPECT_EQ(Remap_WorkspaceTables(nullptr, 1).offset, nullptr);
+TEST(RemapSizes, NullTablesAndEmptyLayoutsAreRefused) {
+    const calib::CameraModel cam = cameraWith(SectionSpec{});
+    const RemapLayout layout{32, 24, 32, 24};
+    std::vector<uint8_t> storage(Remap_TableBytes(layout));
+    RemapTables t = Remap_TablesIn(storage.data(), layout);
+    RemapTables missing = t;
+    missing.rowWeight = nullptr;
+    EXPECT_EQ(Remap_BuildCamera(missing, cam, layout), kNullBuffer);
+    EXPECT_EQ(Remap_BuildCamera(RemapTables{}, cam, layout), kNullBuffer);
+    EXPECT_EQ(Remap_BuildCamera(t, cam, RemapLayout{32, 24, 0, 24}), kZeroSize);
+    EXPECT_EQ(Remap_BuildCamera(t, cam, RemapLayout{32, 24, 32, 0}), kZeroSize);
+    EXPECT_EQ(Remap_BuildCamera(t, cam, layout), 0u);
 }
 
 // ---- Model ---------------------------------------------------------------
 
-TEST_F(RemapTest, PrincipalPointRules) {
-    uint32_t ws, mb;
-    Remap_QuerySize(&ws, &mb, 64, 48, 64, 48, 40, 30, 0, 1, 1);
+TEST(RemapModelSetUp, PrincipalPointRules) {
     SectionSpec s;  // grid 32x24, calibration 320x240
     struct Case {
         uint16_t px, py;
@@ -154,8 +132,7 @@ TEST_F(RemapTest, PrincipalPointRules) {
     for (const Case& c : cases) {
         s.principalX = c.px;
         s.principalY = c.py;
-        const auto block = blockWith(s, s);
-        const RemapModel m = Remap_BuildModel(block.data(), 2, 64, 48);
+        const RemapModel m = Remap_BuildModel(cameraWith(s), RemapLayout{64, 48, 40, 30});
         EXPECT_DOUBLE_EQ(m.cx, c.cx) << c.px << "," << c.py;
         EXPECT_DOUBLE_EQ(m.cy, c.cy) << c.px << "," << c.py;
         EXPECT_EQ(m.gridWidth, 32);
@@ -204,19 +181,18 @@ TEST(DistortionTable, InverseReexpressesOnDistortedRadius) {
     EXPECT_FALSE(DistortionTable_Factor(fwd, fwd.largestRadius, &f));
 }
 
-TEST(DistortionTable, SectionValuesGoThroughSinglePrecision) {
+TEST(DistortionTable, CameraValuesGoThroughSinglePrecision) {
     SectionSpec s;
     s.radii = {0, 1234, 2345};
     s.distortions = {0, -777, -1555};
-    const auto block = blockWith(s, s);
-    const DistortionTable t = DistortionTable_FromSection(block.data(), 1, 0);
+    calib::CameraModel cam = cameraWith(s);
+    const DistortionTable t = DistortionTable_FromModel(cam, 0);
     EXPECT_EQ(t.calibrationEntries, 3);
     EXPECT_EQ(t.radius[1], double(1234.0f * 0.001f));
     EXPECT_EQ(t.distortion[2], double(-1555.0f * 0.001f));
     // More than 22 entries cannot be stored; the count is clamped.
-    std::vector<uint8_t> bad = block;
-    calib::store<uint16_t>(bad.data() + calib::kSectionOffset[1], calib::sec::kDistortionCount, 500);
-    EXPECT_EQ(DistortionTable_FromSection(bad.data(), 1, 0).calibrationEntries, 22);
+    cam.distortionCount = 500;
+    EXPECT_EQ(DistortionTable_FromModel(cam, 0).calibrationEntries, 22);
 }
 
 // ---- Coordinate map ----------------------------------------------------------
@@ -230,11 +206,10 @@ RemapModel plainModel(uint16_t w, uint16_t h) {
     m.pixelPitch = 10.0;  // 0.01 per calibration pixel
     m.cx = (w - 1) / 2.0;
     m.cy = (h - 1) / 2.0;
-    m.camera = 1;
     return m;
 }
 
-TEST_F(RemapTest, ConstantDistortionScalesAboutCentreAndFillScaleUndoesIt) {
+TEST(DistortionMap, ConstantDistortionScalesAboutCentreAndFillScaleUndoesIt) {
     const RemapModel m = plainModel(24, 16);  // corner radius ~1.44
     const double r[] = {0, 1, 2};
     const double d[] = {-10, -10, -10};
@@ -250,12 +225,11 @@ TEST_F(RemapTest, ConstantDistortionScalesAboutCentreAndFillScaleUndoesIt) {
     ASSERT_EQ(DistortionMap_Build(map.data(), m, r, d, 3, 0, &sx, &sy, 1), kMapOk);
     EXPECT_EQ(sx, double(float(1 / 0.9)));
     EXPECT_EQ(sy, sx);
-    EXPECT_EQ(Remap_Context().fillScaleX, sx);
     for (int y = 0; y < 16; ++y)
         for (int x = 0; x < 24; ++x) EXPECT_NEAR(map[2 * (y * 24 + x)], x, 1e-5);
 }
 
-TEST_F(RemapTest, FittedBarrelMapFillsTheFrame) {
+TEST(DistortionMap, FittedBarrelMapFillsTheFrame) {
     RemapModel m = plainModel(40, 30);  // radius 0.01 per calibration pixel, corner ~2.5
     const double r[] = {0, 1, 2, 3};
     const double d[] = {0, -3, -8, -15};
@@ -280,7 +254,7 @@ TEST_F(RemapTest, FittedBarrelMapFillsTheFrame) {
     EXPECT_TRUE(left < 1.0 || up < 1.0);
 }
 
-TEST_F(RemapTest, PixelsBeyondTheTableStillGetACompleteMap) {
+TEST(DistortionMap, PixelsBeyondTheTableStillGetACompleteMap) {
     RemapModel m = plainModel(30, 20);
     m.pixelPitch = 200.0;  // 0.2 per calibration pixel: corners far outside
     const double r[] = {0, 1, 2};
@@ -293,30 +267,14 @@ TEST_F(RemapTest, PixelsBeyondTheTableStillGetACompleteMap) {
     EXPECT_DOUBLE_EQ(map[0], 0.0);
     EXPECT_DOUBLE_EQ(map[1], 0.0);
     // The same grid cannot be fitted: an edge pixel is beyond the table.
-    Remap_Reset();
     EXPECT_EQ(DistortionMap_Build(map.data(), m, r, d, 3, 0, &sx, &sy, 1), kMapFillScaleFailed);
-    EXPECT_EQ(Remap_Context().fillScaleX, 0.0);
-}
-
-TEST_F(RemapTest, FillScaleOfCameraZeroIsKeptApart) {
-    RemapModel m = plainModel(8, 6);
-    const double r[] = {0, 1, 2};
-    const double d[] = {-20, -20, -20};
-    std::vector<double> map(2 * 8 * 6);
-    double sx, sy;
-    m.camera = 0;
-    ASSERT_EQ(DistortionMap_Build(map.data(), m, r, d, 3, 0, &sx, &sy, 1), kMapOk);
-    EXPECT_EQ(Remap_Context().fillScaleCamera0X, double(float(1 / 0.8)));
-    EXPECT_EQ(Remap_Context().fillScaleX, 0.0);
-    m.camera = 2;
-    ASSERT_EQ(DistortionMap_Build(map.data(), m, r, d, 3, 0, &sx, &sy, 0), kMapOk);
-    EXPECT_EQ(Remap_Context().fillScaleX, 1.0);
 }
 
 // ---- Lookup table ------------------------------------------------------------
 
 struct Tables {
     explicit Tables(size_t n) : offset(n, 0xDEADBEEF), columnWeight(n, 0xBEEF), rowWeight(n, 0xBEEF) {}
+    RemapTables view(uint32_t stride) { return {offset.data(), columnWeight.data(), rowWeight.data(), stride}; }
     std::vector<uint32_t> offset;
     std::vector<uint16_t> columnWeight, rowWeight;
 };
@@ -328,7 +286,7 @@ std::vector<double> randomMap(std::mt19937& rng, int w, int h, double lo, double
     return map;
 }
 
-TEST_F(RemapTest, TableEntriesFollowTheSourcePoint) {
+TEST(RemapLut, TableEntriesFollowTheSourcePoint) {
     std::mt19937 rng(11);
     const int w = 17, h = 9;
     const uint16_t srcW = 13, srcH = 7;
@@ -342,8 +300,7 @@ TEST_F(RemapTest, TableEntriesFollowTheSourcePoint) {
     const double identity[9] = {1, -0.0, 0, 0, 1, -0.0, 0, -0.0, 1};
     const uint16_t rect[4] = {0, 0, w - 1, h - 1};
     Tables t(size_t(w) * h);
-    RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), srcW, srcH, w, h, w, 0, 0, identity,
-                   map.data(), rect);
+    RemapLut_Build(t.view(w), RemapLayout{srcW, srcH, w, h}, identity, map.data(), w, h, rect);
     for (int i = 0; i < w * h; ++i) {
         const double X = map[2 * i], Y = map[2 * i + 1];
         if (X >= 0 && Y >= 0 && X < srcW - 1 && Y < srcH - 1) {
@@ -365,7 +322,7 @@ TEST_F(RemapTest, TableEntriesFollowTheSourcePoint) {
 
 // Identity (even with -0.0 entries) reads the record at the same position;
 // any other matrix samples the map, clamping at its border.
-TEST_F(RemapTest, IdentityMatrixByValueAndClampedProjectiveSampling) {
+TEST(RemapLut, IdentityMatrixByValueAndClampedProjectiveSampling) {
     std::mt19937 rng(5);
     const int mw = 6, mh = 5, ow = 9, oh = 5;
     const auto map = randomMap(rng, mw, mh, 0.0, 18.0);
@@ -373,10 +330,9 @@ TEST_F(RemapTest, IdentityMatrixByValueAndClampedProjectiveSampling) {
     const double negZero[9] = {1, -0.0, -0.0, -0.0, 1, -0.0, -0.0, -0.0, 1};
     const double doubled[9] = {2, 0, 0, 0, 2, 0, 0, 0, 2};  // same mapping, not the identity
     Tables a(ow * oh), b(ow * oh);
-    RemapLut_Build(a.offset.data(), a.columnWeight.data(), a.rowWeight.data(), 20, 20, mw, mh, ow, 0, 0, negZero,
-                   map.data(), rect);
-    RemapLut_Build(b.offset.data(), b.columnWeight.data(), b.rowWeight.data(), 20, 20, mw, mh, ow, 0, 0, doubled,
-                   map.data(), rect);
+    const RemapLayout layout{20, 20, ow, oh};
+    RemapLut_Build(a.view(ow), layout, negZero, map.data(), mw, mh, rect);
+    RemapLut_Build(b.view(ow), layout, doubled, map.data(), mw, mh, rect);
     for (int y = 0; y < oh; ++y)
         for (int x = 0; x < ow; ++x) {
             const int i = y * ow + x;
@@ -392,7 +348,7 @@ TEST_F(RemapTest, IdentityMatrixByValueAndClampedProjectiveSampling) {
         }
 }
 
-TEST_F(RemapTest, ProjectiveTranslationSamplesBetweenRecords) {
+TEST(RemapLut, ProjectiveTranslationSamplesBetweenRecords) {
     const int mw = 8, mh = 6;
     std::vector<double> map(2 * mw * mh);
     for (int y = 0; y < mh; ++y)
@@ -404,8 +360,7 @@ TEST_F(RemapTest, ProjectiveTranslationSamplesBetweenRecords) {
     const double shift[9] = {1, 0, 0.25, 0, 1, 0.5, 0, 0, 1};
     const uint16_t rect[4] = {1, 1, 5, 3};
     Tables t(mw * mh);
-    RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), 40, 40, mw, mh, mw, 0, 0, shift,
-                   map.data(), rect);
+    RemapLut_Build(t.view(mw), RemapLayout{40, 40, mw, mh}, shift, map.data(), mw, mh, rect);
     for (int y = 0; y < mh; ++y)
         for (int x = 0; x < mw; ++x) {
             const int i = y * mw + x;
@@ -420,8 +375,11 @@ TEST_F(RemapTest, ProjectiveTranslationSamplesBetweenRecords) {
         }
 }
 
-TEST_F(RemapTest, ExtraColumnsShiftOnlyInModesOneAndTwoWithTheFlag) {
-    const int w = 6, h = 2, extra = 3, stride = w + extra;
+// Rows written shifted by the extra columns (modes 1 and 2 with the flag) or
+// not; a rectangle entirely beyond the output width writes nothing.
+TEST(RemapLut, ExtraColumnsShiftTheRowsWhenAsked) {
+    const uint16_t w = 6, h = 2;
+    const uint32_t extra = 3, stride = w + extra;
     std::vector<double> map(2 * w * h);
     for (int i = 0; i < w * h; ++i) {
         map[2 * i] = 1.0 + i % w;
@@ -429,243 +387,20 @@ TEST_F(RemapTest, ExtraColumnsShiftOnlyInModesOneAndTwoWithTheFlag) {
     }
     const double id[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     const uint16_t rect[4] = {0, 0, w - 1, h - 1};
-    struct Case {
-        int mode;
-        uint32_t flag;
-        int shift;
-    };
-    for (const Case c : {Case{0, 1, 0}, Case{1, 0, 0}, Case{1, 1, extra}, Case{2, 1, extra}}) {
-        Remap_SetColumnShiftFlag(c.flag);
+    for (const uint32_t shift : {0u, extra}) {
         Tables t(stride * h);
-        RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), 20, 20, w, h, w, c.mode, extra,
-                       id, map.data(), rect);
+        RemapLut_Build(t.view(stride), RemapLayout{20, 20, w, h, extra, shift}, id, map.data(), w, h, rect);
         for (int y = 0; y < h; ++y)
-            for (int col = 0; col < stride; ++col) {
-                const int x = col - c.shift;
+            for (uint32_t col = 0; col < stride; ++col) {
+                const int x = int(col) - int(shift);
                 const uint32_t expected = x >= 0 && x < w ? uint32_t(21 + x) : 0xDEADBEEFu;
-                EXPECT_EQ(t.offset[y * stride + col], expected) << "mode " << c.mode << " col " << col;
+                EXPECT_EQ(t.offset[y * stride + col], expected) << "shift " << shift << " col " << col;
             }
     }
-    // A rectangle entirely beyond the output width writes nothing.
-    Remap_SetColumnShiftFlag(1);
     Tables t(stride * h);
     const uint16_t beyond[4] = {uint16_t(w), 0, uint16_t(w + 2), 1};
-    RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), 20, 20, w, h, w, 1, extra, id,
-                   map.data(), beyond);
+    RemapLut_Build(t.view(stride), RemapLayout{20, 20, w, h, extra, extra}, id, map.data(), w, h, beyond);
     for (uint32_t v : t.offset) EXPECT_EQ(v, 0xDEADBEEFu);
-}
-
-// ---- Per-camera chain --------------------------------------------------------
-
-struct Chain {
-    std::vector<uint8_t> workspace, maps, luts;
-};
-
-Chain setUpChain(uint16_t srcW, uint16_t srcH, uint16_t outW, uint16_t outH) {
-    Chain c;
-    uint32_t ws = 0, mb = 0;
-    EXPECT_EQ(Remap_QuerySize(&ws, &mb, srcW, srcH, srcW, srcH, outW, outH, 0, 1, 1), 0u);
-    c.workspace.assign(ws + 8, 0x77);  // bytes past the size must stay untouched
-    c.maps.assign(mb, 0);
-    c.luts.assign(16, 0);
-    EXPECT_EQ(Remap_SetWorkspace(c.workspace.data()), 0u);
-    EXPECT_EQ(Remap_SetBuffers(c.maps.data(), c.luts.data()), 0u);
-    return c;
-}
-
-std::vector<uint8_t> randomPlanes(std::mt19937& rng, size_t bytes) {
-    std::vector<uint8_t> v(bytes);
-    for (auto& b : v) b = uint8_t(rng());
-    return v;
-}
-
-TEST_F(RemapTest, UndistortedIdentityChainCopiesInteriorAndUsesBorderValue) {
-    const uint16_t w = 24, h = 16;
-    SectionSpec s;
-    s.gridWidth = w;
-    s.gridHeight = h;
-    s.calibWidth = 240;
-    s.calibHeight = 160;
-    const auto block = blockWith(s, s);
-    Chain chain = setUpChain(w, h, w, h);
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 1, -1, 1, 1, 3), 0u);
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, -1, 1, 1, 3), 0u);
-    EXPECT_EQ(Remap_Context().fillScaleX, 1.0);
-
-    std::mt19937 rng(21);
-    const size_t plane = size_t(w) * h;
-    const auto src = randomPlanes(rng, 3 * plane);
-    for (uint32_t planes : {0u, 1u, 2u, 3u}) {
-        std::vector<uint8_t> dst(3 * plane, 0xA5);
-        ASSERT_EQ(Remap_BuildCamera(dst.data(), block.data(), src.data(), w, h, 2, -1, 0, 0, planes), 0u);
-        for (uint32_t k = 0; k < 3; ++k) {
-            const bool warped = (planes == 0 && k == 0) || planes == 1 || (planes == 2 && k > 0);
-            for (int y = 0; y < h; ++y)
-                for (int x = 0; x < w; ++x) {
-                    const uint8_t got = dst[k * plane + y * w + x];
-                    if (!warped)
-                        ASSERT_EQ(got, 0xA5);
-                    else if (x < w - 1 && y < h - 1)
-                        ASSERT_EQ(got, src[k * plane + y * w + x]) << k << ":" << x << "," << y;
-                    else
-                        ASSERT_EQ(got, src[k * plane + w + 1]) << "border value";
-                }
-        }
-    }
-    for (size_t i = chain.workspace.size() - 8; i < chain.workspace.size(); ++i) EXPECT_EQ(chain.workspace[i], 0x77);
-}
-
-TEST_F(RemapTest, WorkspaceTablesDriveTheSameWarpAsTheChain) {
-    const uint16_t w = 40, h = 30;
-    SectionSpec s;
-    s.gridWidth = w;
-    s.gridHeight = h;
-    s.calibWidth = 400;
-    s.calibHeight = 300;  // corner radius 2.5
-    s.distortions = {0, -2000, -5000, -9000};
-    s.principalX = 21 * 16;
-    s.principalY = 14 * 16;
-    const float h2[9] = {1.01f, 0.02f, -0.3f, -0.01f, 0.99f, 0.4f, 0.0001f, 0, 1};
-    SectionSpec s2 = s;
-    std::copy(h2, h2 + 9, s2.homography);
-    const auto block = blockWith(s, s2);
-    Chain chain = setUpChain(w, h, w, h);
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 1, -1, 1, 1, 3), 0u);
-    const RemapTables one = Remap_WorkspaceTables(chain.workspace.data(), 1);
-    const std::vector<uint32_t> oneBefore(one.offset, one.offset + w * h);
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, -1, 1, 1, 3), 0u);
-    EXPECT_EQ(std::vector<uint32_t>(one.offset, one.offset + w * h), oneBefore) << "camera 2 overwrote camera 1";
-
-    std::mt19937 rng(8);
-    const auto src = randomPlanes(rng, size_t(w) * h);
-    for (int camera : {1, 2}) {
-        const RemapTables t = Remap_WorkspaceTables(chain.workspace.data(), camera);
-        std::vector<uint8_t> viaChain(size_t(w) * h), direct(size_t(w) * h);
-        ASSERT_EQ(Remap_BuildCamera(viaChain.data(), block.data(), src.data(), w, h, camera, -1, 0, 0, 0), 0u);
-        const uint16_t rect[4] = {0, 0, w - 1, h - 1};
-        Remap_ApplyPlane(direct.data(), src.data(), t.offset, t.columnWeight, t.rowWeight, w, t.stride, rect);
-        EXPECT_EQ(viaChain, direct) << camera;
-    }
-    // The two cameras differ only by the homography, so their tables do too.
-    EXPECT_NE(std::vector<uint32_t>(one.offset, one.offset + w * h),
-              std::vector<uint32_t>(Remap_WorkspaceTables(chain.workspace.data(), 2).offset,
-                                    Remap_WorkspaceTables(chain.workspace.data(), 2).offset + w * h));
-}
-
-// Building map and tables together (table rows follow the map in bands)
-// gives the tables of building the map first and the tables afterwards:
-// rows reading far below their own, rotations, and perspectives where the
-// row bound cannot be trusted.
-TEST_F(RemapTest, TablesBuiltAlongTheMapEqualTablesBuiltAfterIt) {
-    const uint16_t w = 52, h = 75;  // several bands
-    SectionSpec s;
-    s.gridWidth = w;
-    s.gridHeight = h;
-    s.calibWidth = 520;
-    s.calibHeight = 750;
-    s.pitch = 0.005f;
-    s.distortions = {0, -2000, -5000, -9000};
-    const float matrices[][9] = {
-        {1, 0, 0, 0, 1, 0, 0, 0, 1},
-        {1, 0, 0, 0, 1, 37.5f, 0, 0, 1},             // reads 37 rows further down
-        {0.94f, 0.34f, -6, -0.34f, 0.94f, 20, 0, 0, 1},  // rotation: rows across the band
-        {1, 0.05f, 0, 0.3f, 1, -4, 0.004f, 0.002f, 1},   // w leaves [0.5, 2]
-        {1, 0, 0, 0, 1, 0, -0.03f, 0, 1.2f},             // w through zero inside the frame
-    };
-    std::mt19937 rng(23);
-    const auto src = randomPlanes(rng, size_t(w) * h);
-    for (const auto& m : matrices) {
-        std::copy(m, m + 9, s.homography);
-        const auto block = blockWith(s, s);
-        Chain chain = setUpChain(w, h, w, h);
-        const RemapTables t = Remap_WorkspaceTables(chain.workspace.data(), 2);
-        std::vector<uint8_t> warped(size_t(w) * h);
-        ASSERT_EQ(Remap_BuildCamera(warped.data(), block.data(), src.data(), w, h, 2, -1, 1, 1, 0), 0u);
-        const std::vector<uint32_t> offset(t.offset, t.offset + w * h);
-        const std::vector<uint16_t> cw(t.columnWeight, t.columnWeight + w * h), rw(t.rowWeight, t.rowWeight + w * h);
-        std::fill(t.offset, t.offset + w * h, 0xDEADu);
-        ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, -1, 1, 0, 3), 0u);
-        ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, -1, 0, 1, 3), 0u);
-        EXPECT_EQ(std::vector<uint32_t>(t.offset, t.offset + w * h), offset) << m[5];
-        EXPECT_EQ(std::vector<uint16_t>(t.columnWeight, t.columnWeight + w * h), cw) << m[5];
-        EXPECT_EQ(std::vector<uint16_t>(t.rowWeight, t.rowWeight + w * h), rw) << m[5];
-        std::vector<uint8_t> again(size_t(w) * h);
-        const uint16_t rect[4] = {0, 0, w - 1, h - 1};
-        Remap_ApplyPlane(again.data(), src.data(), t.offset, t.columnWeight, t.rowWeight, w, t.stride, rect);
-        EXPECT_EQ(warped, again) << "the warp of the combined call used finished tables";
-        EXPECT_NE(std::count(offset.begin(), offset.end(), 0u), w * h) << "all border entries";
-    }
-}
-
-// An output larger than the source: the map grid does not fit the block's
-// map region and is built aside; nothing outside the workspace is touched.
-TEST_F(RemapTest, OutputLargerThanSourceStaysInsideTheWorkspace) {
-    const uint16_t srcW = 16, srcH = 12, outW = 40, outH = 30;
-    SectionSpec s;
-    s.gridWidth = outW;
-    s.gridHeight = outH;
-    const auto block = blockWith(s, s);
-    Chain chain = setUpChain(srcW, srcH, outW, outH);
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, srcW, srcH, 1, -1, 1, 1, 3), 0u);
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, srcW, srcH, 2, -1, 1, 1, 3), 0u);
-    for (size_t i = chain.workspace.size() - 8; i < chain.workspace.size(); ++i) ASSERT_EQ(chain.workspace[i], 0x77);
-    // Without distortion the output is the source scaled up about its centre.
-    const RemapTables t = Remap_WorkspaceTables(chain.workspace.data(), 1);
-    const double X = -0.5 + (16.0 / 40) * (20 + 0.5), Y = -0.5 + (12.0 / 30) * (15 + 0.5);
-    EXPECT_EQ(t.offset[15 * outW + 20], uint32_t(X) + srcW * uint32_t(Y));
-}
-
-TEST_F(RemapTest, MapFailuresAreReturnedUnchanged) {
-    const uint16_t w = 30, h = 20;
-    SectionSpec s;
-    s.gridWidth = w;
-    s.gridHeight = h;
-    s.pitch = 0.5f;  // every corner far beyond the table
-    const auto block = blockWith(s, s);
-    Chain chain = setUpChain(w, h, w, h);
-    EXPECT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 1, -1, 1, 1, 3), kMapFillScaleFailed);
-    // The kept tables hold border entries, not the workspace's old bytes.
-    const RemapTables t = Remap_WorkspaceTables(chain.workspace.data(), 1);
-    for (int i = 0; i < w * h; ++i) {
-        ASSERT_EQ(t.offset[i], 0u) << i;
-        ASSERT_EQ(t.columnWeight[i], 0) << i;
-        ASSERT_EQ(t.rowWeight[i], 0) << i;
-    }
-    // Neither workspace nor stores: the same failure, and no leak (ASan).
-    Remap_Reset();
-    uint32_t ws, mb;
-    Remap_QuerySize(&ws, &mb, w, h, w, h, w, h, 0, 1, 1);
-    EXPECT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, -1, 1, 1, 3), kMapFillScaleFailed);
-}
-
-TEST_F(RemapTest, MapStoreSlotFeedsTheTable) {
-    const uint16_t w = 12, h = 8;
-    SectionSpec s;
-    s.gridWidth = w;
-    s.gridHeight = h;
-    const auto block = blockWith(s, s);
-    uint32_t ws = 0, mb = 0;
-    ASSERT_EQ(Remap_QuerySize(&ws, &mb, w, h, w, h, w, h, 0, 2, 1), 0u);
-    std::vector<uint8_t> workspace(ws), maps(mb), luts(16);
-    Remap_SetWorkspace(workspace.data());
-    Remap_SetBuffers(maps.data(), luts.data());
-    // Slot 1, camera 2: every point fetches source (3.5, 2.25).
-    double* slot = reinterpret_cast<double*>(maps.data()) + 2 * (size_t(2 * w * h) + w * h);
-    for (int i = 0; i < w * h; ++i) {
-        slot[2 * i] = 3.5;
-        slot[2 * i + 1] = 2.25;
-    }
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, 1, 0, 1, 3), 0u);
-    const RemapTables t = Remap_WorkspaceTables(workspace.data(), 2);
-    for (int i = 0; i < w * h; ++i) {
-        ASSERT_EQ(t.offset[i], 3u + 2u * w);
-        ASSERT_EQ(t.columnWeight[i], 512);
-        ASSERT_EQ(t.rowWeight[i], 768);
-    }
-    // A slot beyond the store yields border entries, not a stray read.
-    ASSERT_EQ(Remap_BuildCamera(nullptr, block.data(), nullptr, w, h, 2, 2, 0, 1, 3), 0u);
-    EXPECT_EQ(t.offset[5], 0u);
-    EXPECT_EQ(t.columnWeight[5], 0);
 }
 
 }  // namespace
@@ -716,7 +451,7 @@ void lutEntry(const double* map, int mw, int mh, int sw, int sh, double u, doubl
 // Every row kernel this CPU runs, against the plain per-pixel rules; the
 // second matrix sends w through zero inside the frame (infinite and negative
 // map coordinates).
-TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
+TEST(RemapLut, ProjectiveTableMatchesPlainReference) {
     std::mt19937 rng(17);
     const int mw = 37, mh = 21, ow = 45, oh = 27, sw = 33, sh = 19;
     const auto map = randomMap(rng, mw, mh, -1.0, 34.0);
@@ -725,14 +460,13 @@ TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
     // Runs of consecutive records (the kernels' whole-load path).
     const double near[9] = {1.0, 0.001, -3.7, 0.002, 1.0, -1.6, 0.00001, 0, 1.0};
     const uint16_t rect[4] = {0, 0, ow - 1, oh - 1};
-    const LutRowFn* kernels;
+    const LutRowVariant* kernels;
     const int count = lutRowVariants(&kernels);
     for (int k = 0; k < count; ++k) {
         for (const double* h : {mild, steep, near}) {
-            setLutRowKernel(kernels[k]);
+            setLutRowKernel(kernels[k].fn);
             Tables t(ow * oh);
-            RemapLut_Build(t.offset.data(), t.columnWeight.data(), t.rowWeight.data(), sw, sh, mw, mh, ow, 0, 0, h,
-                           map.data(), rect);
+            RemapLut_Build(t.view(ow), RemapLayout{sw, sh, ow, oh}, h, map.data(), mw, mh, rect);
             setLutRowKernel(nullptr);
             for (int y = 0; y < oh; ++y) {
                 double su = h[0] * 0 + h[1] * y + h[2], sv = h[3] * 0 + h[4] * y + h[5],
@@ -742,9 +476,9 @@ TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
                     uint16_t cw, rw;
                     reference::lutEntry(map.data(), mw, mh, sw, sh, su / sz, sv / sz, &o, &cw, &rw);
                     const int i = y * ow + x;
-                    ASSERT_EQ(t.offset[i], o) << "kernel " << k << " at " << x << "," << y;
-                    ASSERT_EQ(t.columnWeight[i], cw) << "kernel " << k << " at " << x << "," << y;
-                    ASSERT_EQ(t.rowWeight[i], rw) << "kernel " << k << " at " << x << "," << y;
+                    ASSERT_EQ(t.offset[i], o) << kernels[k].name << " at " << x << "," << y;
+                    ASSERT_EQ(t.columnWeight[i], cw) << kernels[k].name << " at " << x << "," << y;
+                    ASSERT_EQ(t.rowWeight[i], rw) << kernels[k].name << " at " << x << "," << y;
                 }
             }
         }
@@ -754,7 +488,7 @@ TEST_F(RemapTest, ProjectiveTableMatchesPlainReference) {
 // The map build (every row kernel this CPU runs) against a linear-search
 // version of the same composition (docs/remap.md): ascending and unordered
 // tables, fitted or not, and a pitch that puts the corners beyond the table.
-TEST_F(RemapTest, MapMatchesPlainReference) {
+TEST(DistortionMap, MapMatchesPlainReference) {
     const int gw = 48, gh = 36;
     RemapModel m = plainModel(gw, gh);
     m.srcWidth = 40;
@@ -766,7 +500,7 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
     const double sortedR[] = {0, 0.8, 1.6, 2.4, 3.2};
     const double unsortedR[] = {0, 0.8, 2.0, 1.6, 3.2};
     const double d[] = {0, -1.5, -4.0, -8.5, -14.0};
-    const MapRowFn* kernels;
+    const MapRowVariant* kernels;
     const int count = mapRowVariants(&kernels);
     struct Case {
         const double* radii;
@@ -780,7 +514,7 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
             m.pixelPitch = c.pitch;
             std::vector<double> map(2 * gw * gh);
             double sx = 0, sy = 0;
-            setMapRowKernel(kernels[k]);
+            setMapRowKernel(kernels[k].fn);
             const uint32_t res = DistortionMap_Build(map.data(), m, c.radii, d, 5, 0, &sx, &sy, c.fit);
             setMapRowKernel(nullptr);
             const DistortionTable table = DistortionTable_Make(c.radii, d, 5, 0);
@@ -807,7 +541,7 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
                             }
                     }
                     ASSERT_EQ(map[2 * (y * gw + x)], m.cx + f * (x * kx - ox))
-                        << "kernel " << k << " at " << x << "," << y << " pitch " << c.pitch << " fit " << c.fit;
+                        << kernels[k].name << " at " << x << "," << y << " pitch " << c.pitch << " fit " << c.fit;
                     ASSERT_EQ(map[2 * (y * gw + x) + 1], m.cy + f * (y * ky - oy)) << x << "," << y;
                 }
             }
@@ -817,36 +551,226 @@ TEST_F(RemapTest, MapMatchesPlainReference) {
     }
 }
 
-// Without workspace or stores the tables live for one call; modes 1 and 2
-// with the shift flag move the warped columns right by the extra columns,
-// for every plane (all planes share the table).
-TEST_F(RemapTest, ShiftedWarpThroughCallLocalTables) {
+
+// ---- Per-camera build against the map-then-table path -------------------------
+
+namespace {
+
+struct Built {
+    uint32_t code = 0;
+    std::vector<uint32_t> offset;
+    std::vector<uint16_t> columnWeight, rowWeight;
+    bool operator==(const Built& o) const {
+        return code == o.code && offset == o.offset && columnWeight == o.columnWeight && rowWeight == o.rowWeight;
+    }
+};
+
+// The reference: the whole coordinate map with the plain row kernel, then
+// the table from it with the plain row kernel; a failed map leaves border
+// entries (all zero).
+Built mapThenTable(const calib::CameraModel& cam, const RemapLayout& layout) {
+    setMapRowKernel(MapRow_C);
+    setLutRowKernel(LutRowProjective_C);
+    const RemapModel m = Remap_BuildModel(cam, layout);
+    const DistortionTable t = DistortionTable_FromModel(cam, 0);
+    std::vector<double> map(2 * size_t(m.gridWidth) * m.gridHeight + 2);
+    double sx, sy;
+    Built b;
+    b.code = DistortionMap_Build(map.data(), m, t.radius, t.distortion, t.calibrationEntries, 0, &sx, &sy, 1);
+    b.offset.assign(layout.entries(), 0);
+    b.columnWeight.assign(layout.entries(), 0);
+    b.rowWeight.assign(layout.entries(), 0);
+    if (b.code == kMapOk) {
+        const RemapTables view{b.offset.data(), b.columnWeight.data(), b.rowWeight.data(), layout.stride()};
+        RemapLut_Build(view, layout, m.homography, map.data(), m.gridWidth, m.gridHeight, m.rect);
+        b.code = 0;
+    }
+    setMapRowKernel(nullptr);
+    setLutRowKernel(nullptr);
+    return b;
+}
+
+constexpr uint8_t kCanary = 0xA5;
+constexpr size_t kPad = 64;
+
+// Remap_BuildCamera into canary-padded storage; false when it wrote outside.
+bool buildCamera(const calib::CameraModel& cam, const RemapLayout& layout, Built* out) {
+    const size_t bytes = Remap_TableBytes(layout);
+    std::vector<uint8_t> storage(bytes + 2 * kPad, kCanary);
+    const RemapTables t = Remap_TablesIn(storage.data() + kPad, layout);
+    out->code = Remap_BuildCamera(t, cam, layout);
+    const size_t n = layout.entries();
+    out->offset.assign(t.offset, t.offset + n);
+    out->columnWeight.assign(t.columnWeight, t.columnWeight + n);
+    out->rowWeight.assign(t.rowWeight, t.rowWeight + n);
+    for (size_t i = 0; i < kPad; ++i)
+        if (storage[i] != kCanary || storage[kPad + bytes + i] != kCanary) return false;
+    return true;
+}
+
+struct BuildCase {
+    const char* name;
+    SectionSpec spec;
+    RemapLayout layout;
+    uint32_t code;  // what both paths must return
+};
+void PrintTo(const BuildCase& c, std::ostream* os) { *os << c.name; }
+
+SectionSpec spec(uint16_t gw, uint16_t gh, std::initializer_list<float> h) {
+    SectionSpec s;
+    s.gridWidth = gw;
+    s.gridHeight = gh;
+    s.calibWidth = uint16_t(gw * 10);
+    s.calibHeight = uint16_t(gh * 10);
+    s.pitch = 0.005f;
+    s.distortions = {0, -2000, -5000, -9000};
+    std::copy(h.begin(), h.end(), s.homography);
+    return s;
+}
+
+std::vector<BuildCase> buildCases() {
+    std::vector<BuildCase> c;
+    const std::initializer_list<float> identity{1, 0, 0, 0, 1, 0, 0, 0, 1};
+    const std::initializer_list<float> mild{1.01f, 0.02f, -0.3f, -0.01f, 0.99f, 0.4f, 0.0001f, 0, 1};
+    c.push_back({"identity", spec(52, 75, identity), {52, 75, 52, 75}, 0});
+    c.push_back({"mild", spec(52, 75, mild), {52, 75, 52, 75}, 0});
+    // Reads 37 rows further down; a rotation reads a band of rows per row.
+    c.push_back({"far rows", spec(52, 75, {1, 0, 0, 0, 1, 37.5f, 0, 0, 1}), {52, 75, 52, 75}, 0});
+    c.push_back({"rotation", spec(52, 75, {0.94f, 0.34f, -6, -0.34f, 0.94f, 20, 0, 0, 1}), {52, 75, 52, 75}, 0});
+    // Rows that cannot be bounded: the whole map is built first.
+    c.push_back({"w leaves [0.5, 2]", spec(52, 75, {1, 0.05f, 0, 0.3f, 1, -4, 0.004f, 0.002f, 1}), {52, 75, 52, 75}, 0});
+    c.push_back({"w through zero", spec(52, 75, {1, 0, 0, 0, 1, 0, -0.03f, 0, 1.2f}), {52, 75, 52, 75}, 0});
+    // SPR: the grid is the output, the source another size.
+    c.push_back({"downscale", spec(40, 30, mild), {64, 48, 40, 30}, 0});
+    c.push_back({"upscale", spec(40, 30, mild), {16, 12, 40, 30}, 0});
+    c.push_back({"grid unlike output", spec(30, 50, mild), {52, 75, 52, 75}, 0});
+    SectionSpec off = spec(52, 75, mild);
+    off.principalX = 21 * 16 + 5;
+    off.principalY = 14 * 16;
+    c.push_back({"principal point", off, {52, 75, 52, 75}, 0});
+    SectionSpec unsorted = spec(52, 75, mild);
+    unsorted.radii = {0, 1000, 2500, 2000, 3000};
+    unsorted.distortions = {0, -1000, -4000, -3000, -7000};
+    c.push_back({"unsorted table", unsorted, {52, 75, 52, 75}, 0});
+    // Large enough for the thread team.
+    c.push_back({"team mild", spec(300, 200, mild), {300, 200, 300, 200}, 0});
+    c.push_back({"team rotation", spec(300, 200, {0.98f, 0.17f, -6, -0.17f, 0.98f, 30, 0, 0, 1}), {300, 200, 300, 200}, 0});
+    // Failures: every corner beyond the table (fill scale), and corners that
+    // only go beyond it once the fill scale has widened the view.
+    SectionSpec far = spec(52, 75, mild);
+    far.pitch = 0.5f;
+    c.push_back({"fill scale fails", far, {52, 75, 52, 75}, kMapFillScaleFailed});
+    SectionSpec widened = spec(40, 30, mild);
+    widened.radii = {0, 10, 20};
+    widened.distortions = {0, -800, -1600};
+    widened.pitch = 0.00104f;  // corner radius 0.26 of 0.27 (extended); fill scale about 1.14
+    c.push_back({"beyond after fitting", widened, {40, 30, 40, 30}, kMapBeyondTable});
+    SectionSpec empty = spec(52, 75, mild);
+    empty.gridWidth = 0;
+    empty.gridHeight = 0;
+    c.push_back({"empty grid", empty, {52, 75, 52, 75}, 0});
+    return c;
+}
+
+class BuildCamera : public ::testing::TestWithParam<BuildCase> {};
+
+// Every row kernel pair this CPU runs, on one thread and on three: the same
+// code and the same entries, nothing written outside the tables.
+TEST_P(BuildCamera, MatchesMapThenTable) {
+    const BuildCase& c = GetParam();
+    const calib::CameraModel cam = cameraWith(c.spec);
+    const Built expected = mapThenTable(cam, c.layout);
+    ASSERT_EQ(expected.code, c.code);
+    const MapRowVariant* maps;
+    const LutRowVariant* luts;
+    const int mapCount = mapRowVariants(&maps), lutCount = lutRowVariants(&luts);
+    const int threads = omp_get_max_threads();
+    for (int team : {1, 3}) {
+        omp_set_num_threads(team);
+        for (int m = 0; m < mapCount; ++m)
+            for (int l = 0; l < lutCount; ++l) {
+                setMapRowKernel(maps[m].fn);
+                setLutRowKernel(luts[l].fn);
+                Built actual;
+                const bool inside = buildCamera(cam, c.layout, &actual);
+                setMapRowKernel(nullptr);
+                setLutRowKernel(nullptr);
+                const std::string what = std::string(maps[m].name) + "/" + luts[l].name + " team " + std::to_string(team);
+                EXPECT_TRUE(inside) << what;
+                EXPECT_EQ(actual.code, expected.code) << what;
+                EXPECT_TRUE(actual == expected) << what;
+            }
+    }
+    omp_set_num_threads(threads);
+    if (c.code == 0 && c.spec.gridWidth != 0)
+        EXPECT_NE(std::count(expected.offset.begin(), expected.offset.end(), 0u), long(expected.offset.size()))
+            << "all border entries: the case tests nothing";
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, BuildCamera, ::testing::ValuesIn(buildCases()));
+
+// The one-call build and warp: an undistorted identity copies the interior
+// and gives the border value elsewhere, for the planes asked for.
+TEST(BuildAndApply, WarpsTheRequestedPlanes) {
+    const uint16_t w = 24, h = 16;
+    SectionSpec s;
+    s.gridWidth = w;
+    s.gridHeight = h;
+    s.calibWidth = 240;
+    s.calibHeight = 160;
+    const calib::CameraModel cam = cameraWith(s);
+    std::mt19937 rng(21);
+    const size_t plane = size_t(w) * h;
+    const auto src = randomBytes(rng, 3 * plane);
+    for (uint32_t planes : {0u, 1u, 2u, 3u}) {
+        std::vector<uint8_t> dst(3 * plane, kCanary);
+        ASSERT_EQ(Remap_BuildAndApply(dst.data(), src.data(), cam, RemapLayout{w, h, w, h}, planes), 0u);
+        for (uint32_t k = 0; k < 3; ++k) {
+            const bool warped = (planes == 0 && k == 0) || planes == 1 || (planes == 2 && k > 0);
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) {
+                    const uint8_t got = dst[k * plane + y * w + x];
+                    if (!warped)
+                        ASSERT_EQ(got, kCanary);
+                    else if (x < w - 1 && y < h - 1)
+                        ASSERT_EQ(got, src[k * plane + y * w + x]) << k << ":" << x << "," << y;
+                    else
+                        ASSERT_EQ(got, src[k * plane + w + 1]) << "border value";
+                }
+        }
+    }
+    // A failed build warps nothing and says why.
+    s.pitch = 0.5f;
+    std::vector<uint8_t> dst(3 * plane, kCanary);
+    EXPECT_EQ(Remap_BuildAndApply(dst.data(), src.data(), cameraWith(s), RemapLayout{w, h, w, h}, 1),
+              kMapFillScaleFailed);
+    EXPECT_EQ(dst, std::vector<uint8_t>(3 * plane, kCanary));
+}
+
+// Shifted layouts move the warped columns right by the extra columns, for
+// every plane (all planes share the table).
+TEST(BuildAndApply, ShiftedColumns) {
     const uint16_t w = 10, h = 6, extra = 3, stride = w + extra;
     SectionSpec s;
     s.gridWidth = w;
     s.gridHeight = h;
-    const auto block = blockWith(s, s);
-    uint32_t ws, mb;
-    Remap_QuerySize(&ws, &mb, w, h, w, h, w, h, extra, 1, 1);
-    const RemapModel m = Remap_BuildModel(block.data(), 1, w, h);
+    const calib::CameraModel cam = cameraWith(s);
     std::mt19937 rng(4);
-    const auto src = randomPlanes(rng, 3 * size_t(w) * h);
-    for (uint32_t flag : {0u, 1u}) {
-        Remap_SetColumnShiftFlag(flag);
-        std::vector<uint8_t> dst(3 * size_t(stride) * h, 0xA5);
-        ASSERT_EQ(Remap_BuildAndApply(dst.data(), block.data(), m, src.data(), w, h, w, h, 1, -1, 1, extra, m.rect, 1,
-                                      1, 1),
-                  0u);
-        const int shift = flag ? extra : 0;
+    const auto src = randomBytes(rng, 3 * size_t(w) * h);
+    for (uint32_t shift : {0u, uint32_t(extra)}) {
+        std::vector<uint8_t> dst(3 * size_t(stride) * h, kCanary);
+        ASSERT_EQ(Remap_BuildAndApply(dst.data(), src.data(), cam, RemapLayout{w, h, w, h, extra, shift}, 1), 0u);
         for (int k = 0; k < 3; ++k)
             for (int y = 0; y < h - 1; ++y)
                 for (int col = 0; col < stride; ++col) {
-                    const int x = col - shift;
+                    const int x = col - int(shift);
                     const uint8_t got = dst[size_t(k) * stride * h + size_t(y) * stride + col];
                     if (x < 0 || x >= w)
-                        ASSERT_EQ(got, 0xA5) << "flag " << flag << " col " << col;
+                        ASSERT_EQ(got, kCanary) << "shift " << shift << " col " << col;
                     else if (x < w - 1)
-                        ASSERT_EQ(got, src[size_t(k) * w * h + size_t(y) * w + x]) << "flag " << flag << " col " << col;
+                        ASSERT_EQ(got, src[size_t(k) * w * h + size_t(y) * w + x]) << "shift " << shift << " col " << col;
                 }
     }
 }
+
+}  // namespace

@@ -161,4 +161,124 @@ TEST(WarpReference, EmptyOrInvertedRectWritesNothing) {
     }
 }
 
+// ---- Pair planes ---------------------------------------------------------------
+
+// Two random kSrcWidth x kSrcHeight planes and their interleaved copy with
+// rows pairStride bytes apart, exact-sized (an over-read faults under ASan).
+struct PairSource {
+    std::vector<uint8_t> first, second, pairs;
+    uint32_t pairStride = 0;
+};
+
+PairSource randomPairs(std::mt19937& rng, uint32_t pairStride) {
+    PairSource s;
+    s.pairStride = pairStride;
+    s.first.resize(kSrcWidth * kSrcHeight);
+    s.second.resize(kSrcWidth * kSrcHeight);
+    for (auto& b : s.first) b = uint8_t(rng());
+    for (auto& b : s.second) b = uint8_t(rng());
+    s.pairs.assign(size_t(kSrcHeight - 1) * pairStride + 2 * kSrcWidth, 0);
+    for (uint32_t y = 0; y < kSrcHeight; ++y)
+        for (uint32_t x = 0; x < kSrcWidth; ++x) {
+            s.pairs[size_t(y) * pairStride + 2 * x] = s.first[y * kSrcWidth + x];
+            s.pairs[size_t(y) * pairStride + 2 * x + 1] = s.second[y * kSrcWidth + x];
+        }
+    return s;
+}
+
+// Every table row of p warped into pair rows of 2 * (width + 2 * kPad)
+// canary bytes, over the entries of [kPad, kPad + width).
+std::vector<uint8_t> warpPairsWith(WarpPairGroupsFn kernel, const Plane& p, const PairSource& s, uint32_t width) {
+    std::vector<uint8_t> dst(2 * size_t(p.stride) * p.rows, kCanary);
+    setWarpPairKernel(kernel);
+    for (uint32_t y = 0; y < p.rows; ++y) {
+        const size_t at = size_t(y) * p.stride + kPad;
+        warpPairRow(dst.data() + 2 * at, s.pairs.data(), p.offset.data() + at, p.columnWeight.data() + at,
+                    p.rowWeight.data() + at, kSrcWidth, s.pairStride, width);
+    }
+    setWarpPairKernel(nullptr);
+    return dst;
+}
+
+// What the run paths did before pair planes: split, warp each plane, interleave.
+std::vector<uint8_t> splitWarpInterleave(const Plane& p, const PairSource& s, uint32_t width) {
+    std::vector<uint8_t> dst(2 * size_t(p.stride) * p.rows, kCanary), a(width), b(width);
+    for (uint32_t y = 0; y < p.rows; ++y) {
+        const size_t at = size_t(y) * p.stride + kPad;
+        WarpRow_C(a.data(), s.first.data(), p.offset.data() + at, p.columnWeight.data() + at, p.rowWeight.data() + at,
+                  kSrcWidth, width);
+        WarpRow_C(b.data(), s.second.data(), p.offset.data() + at, p.columnWeight.data() + at,
+                  p.rowWeight.data() + at, kSrcWidth, width);
+        for (uint32_t x = 0; x < width; ++x) {
+            dst[2 * (at + x)] = a[x];
+            dst[2 * (at + x) + 1] = b[x];
+        }
+    }
+    return dst;
+}
+
+class WarpPairVariants : public ::testing::TestWithParam<int> {};
+
+TEST_P(WarpPairVariants, MatchReferenceForEveryTailAndWidth) {
+    const WarpPairVariant* variants;
+    const int count = warpPairVariants(&variants);
+    const int index = GetParam();
+    if (index >= count) GTEST_SKIP() << "variant not supported here";
+    const WarpPairVariant v = variants[index];
+    std::mt19937 rng(4321 + index);
+    const PairSource s = randomPairs(rng, 2 * kSrcWidth);
+    for (bool wild : {false, true}) {
+        for (uint32_t groups : {0u, 1u, 2u, 5u, 11u}) {
+            for (uint32_t tail = 0; tail < 8; ++tail) {
+                const uint32_t width = groups * 8 + tail;
+                if (width == 0) continue;
+                const Plane p = randomPlane(rng, width, 3, wild);
+                const auto expected = warpPairsWith(WarpPairGroups_C, p, s, width);
+                ASSERT_EQ(warpPairsWith(v.fn, p, s, width), expected) << v.name << " width " << width;
+                for (uint32_t y = 0; y < p.rows; ++y)
+                    for (uint32_t x = 0; x < 2 * p.stride; ++x) {
+                        const bool inside = x >= 2 * kPad && x < 2 * (kPad + width);
+                        if (!inside) ASSERT_EQ(expected[2 * size_t(y) * p.stride + x], kCanary) << x;
+                    }
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, WarpPairVariants, ::testing::Range(1, 4));
+
+class WarpPairLayout : public ::testing::TestWithParam<uint32_t> {};
+
+// Pair rows 2 * width apart (even frame widths) and padded ones (odd frame
+// widths leave a spare byte, or more): the same bytes as the planar warps,
+// also for taps that run from the end of one plane row into the next.
+TEST_P(WarpPairLayout, EqualsSplitWarpAndInterleave) {
+    const uint32_t pad = GetParam();
+    std::mt19937 rng(55 + pad);
+    const PairSource s = randomPairs(rng, 2 * kSrcWidth + pad);
+    for (uint32_t width : {1u, 7u, 8u, 29u, 64u}) {
+        Plane p = randomPlane(rng, width, 4, false);
+        for (size_t i = 0; i < p.offset.size(); i += 5)
+            p.offset[i] = (rng() % (kSrcHeight - 2)) * kSrcWidth + kSrcWidth - 1;  // last column of a row
+        const auto expected = splitWarpInterleave(p, s, width);
+        EXPECT_EQ(warpPairsWith(nullptr, p, s, width), expected) << "width " << width;
+        EXPECT_EQ(warpPairsWith(WarpPairGroups_C, p, s, width), expected) << "width " << width;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pads, WarpPairLayout, ::testing::Values(0u, 1u, 6u));
+
+TEST(WarpPairDispatch, ReferenceFirstAndOverrideRestores) {
+    const WarpPairVariant* variants;
+    const int count = warpPairVariants(&variants);
+    ASSERT_GE(count, 1);
+    EXPECT_EQ(std::string(variants[0].name), "C");
+    const WarpPairGroupsFn automatic = warpPairKernel();
+    EXPECT_EQ(automatic, variants[count - 1].fn);
+    setWarpPairKernel(WarpPairGroups_C);
+    EXPECT_EQ(warpPairKernel(), WarpPairGroups_C);
+    setWarpPairKernel(nullptr);
+    EXPECT_EQ(warpPairKernel(), automatic);
+}
+
 }  // namespace
