@@ -1,123 +1,116 @@
-// kvDSR_Binocular_Run at 1920x1080 with a 480x270 map, against kvDSR_Run of
-// the depth view engine on the same frame, on 1 and 2 threads.
-#include <benchmark/benchmark.h>
-#include <omp.h>
+// kvDSR_Binocular_Run at 1920x1080 with a 480x270 8-bit map, beside
+// kvDSR_Run of the depth view engine on the same frame, map and viewShift,
+// on 1 and 2 threads; Init of both engines. With KVDSR_BASELINE_LIB set,
+// every case also runs on that library, in the same process. The summary
+// gives binocular / Run, the 2-thread scaling and the speed-ups.
+#include <string>
 
-#include <cstdint>
-#include <cstring>
-#include <vector>
-
-#include "calibpack.h"
-#include "kvDSR.h"
+#include "depth_engines.h"
 
 namespace {
 
-constexpr int kW = 1920, kH = 1080, kDW = 480, kDH = 270;
+using namespace depthbench;
+
 constexpr uint16_t kViewShift = 150;
 
-struct Scene {
-    std::vector<uint8_t> calibration = kvdsr::calibpack::packContainer(kvdsr::calibpack::sampleModule(), 512);
-    std::vector<uint8_t> left, right, depth, out;
-
-    Scene() : left(kW * kH * 3 / 2), right(left.size()), depth(kDW * kDH), out(left.size()) {
-        for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW; ++x) {
-                const int v = (x * 7 + y * 3 + ((x / 16 + y / 16) & 1) * 60) & 0xFF;
-                left[y * kW + x] = uint8_t(v);
-                right[y * kW + x] = uint8_t((((x + 12) * 7 + y * 3) & 0xFF) * 3 / 4 + 20);
-            }
-        for (size_t i = size_t(kW) * kH; i < left.size(); ++i) {
-            left[i] = uint8_t(110 + i % 37);
-            right[i] = uint8_t(100 + i % 29);
-        }
-        // Background far away, a near block in the middle, a few invalid pixels.
-        for (int y = 0; y < kDH; ++y)
-            for (int x = 0; x < kDW; ++x) {
-                uint8_t d = uint8_t(20 + (x + y) % 7);
-                if (x > 160 && x < 320 && y > 60 && y < 210) d = 90;
-                if ((x * 31 + y * 17) % 211 == 0) d = 255;
-                depth[y * kDW + x] = d;
-            }
-    }
-};
-
-kvDSR_ImageDesc image(std::vector<uint8_t>& data, uint32_t format) {
-    kvDSR_ImageDesc d{};
-    d.format = format;
-    d.plane[0] = data.data();
-    if (format == kvDSR_FMT_YUV420SP) d.plane[1] = data.data() + size_t(kW) * kH;
-    return d;
-}
-
-void BM_BinocularRun(benchmark::State& state) {
-    omp_set_num_threads(int(state.range(0)));
-    Scene s;
-    if (kvDSR_Binocular_Init(s.calibration.data(), uint32_t(s.calibration.size()), nullptr, 0, kW, kH, kDW, kDH,
-                             kViewShift) != kvDSR_OK) {
+void binocularRun(benchmark::State& state, const Engines& e, int threads) {
+    omp_set_num_threads(threads);
+    const auto& c = calibration();
+    if (e.binocularInit(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH, kDW, kDH, kViewShift) != kvDSR_OK) {
         state.SkipWithError("kvDSR_Binocular_Init failed");
         return;
     }
-    const std::vector<uint8_t> depthIn = s.depth, rightIn = s.right;
-    kvDSR_ImageDesc left = image(s.left, kvDSR_FMT_YUV420SP), right = image(s.right, kvDSR_FMT_YUV420SP);
-    kvDSR_ImageDesc depth = image(s.depth, kvDSR_FMT_DEPTH8);
+    Scene& s = scene();
+    std::vector<uint8_t> map = s.map8, right = s.right420, out(s.left420.size());
+    kvDSR_ImageDesc left = image(kvDSR_FMT_YUV420SP, s.left420.data());
+    kvDSR_ImageDesc rightDesc = image(kvDSR_FMT_YUV420SP, right.data());
+    kvDSR_ImageDesc depth = image(kvDSR_FMT_DEPTH8, map.data());
     for (auto _ : state) {
         state.PauseTiming();  // the run repairs the map and matches the right image in place
-        std::memcpy(s.depth.data(), depthIn.data(), depthIn.size());
-        std::memcpy(s.right.data(), rightIn.data(), rightIn.size());
+        map = s.map8;
+        right = s.right420;
         state.ResumeTiming();
-        const uint32_t rc = kvDSR_Binocular_Run(s.out.data(), &left, &right, kW, kH, &depth, kDW, kDH);
-        if (rc != kvDSR_OK) {
+        if (e.binocularRun(out.data(), &left, &rightDesc, kW, kH, &depth, kDW, kDH) != kvDSR_OK) {
             state.SkipWithError("kvDSR_Binocular_Run failed");
             break;
         }
-        benchmark::DoNotOptimize(s.out.data());
+        benchmark::DoNotOptimize(out.data());
     }
-    kvDSR_Binocular_Close();
+    e.binocularClose();
 }
 
-// Init builds the two 1023-level tables (OpenMP over levels).
-void BM_BinocularInit(benchmark::State& state) {
-    omp_set_num_threads(int(state.range(0)));
-    Scene s;
-    for (auto _ : state) {
-        if (kvDSR_Binocular_Init(s.calibration.data(), uint32_t(s.calibration.size()), nullptr, 0, kW, kH, kDW,
-                                 kDH, kViewShift) != kvDSR_OK) {
-            state.SkipWithError("kvDSR_Binocular_Init failed");
-            break;
-        }
-    }
-    kvDSR_Binocular_Close();
-}
-
-void BM_DepthViewRun(benchmark::State& state) {
-    omp_set_num_threads(int(state.range(0)));
-    Scene s;
-    if (kvDSR_Init(s.calibration.data(), uint32_t(s.calibration.size()), nullptr, 0, kW, kH, kDW, kDH,
-                   kViewShift) != kvDSR_OK) {
-        state.SkipWithError("kvDSR_Init failed (depth view engine not in this build?)");
+void depthViewRun(benchmark::State& state, const Engines& e, int threads) {
+    omp_set_num_threads(threads);
+    const auto& c = calibration();
+    if (e.init(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH, kDW, kDH, kViewShift) != kvDSR_OK) {
+        state.SkipWithError("kvDSR_Init failed");
         return;
     }
-    const std::vector<uint8_t> depthIn = s.depth;
-    kvDSR_ImageDesc left = image(s.left, kvDSR_FMT_YUV420SP);
-    kvDSR_ImageDesc depth = image(s.depth, kvDSR_FMT_DEPTH8);
+    Scene& s = scene();
+    std::vector<uint8_t> map = s.map8, out(s.left420.size());
+    kvDSR_ImageDesc left = image(kvDSR_FMT_YUV420SP, s.left420.data());
+    kvDSR_ImageDesc depth = image(kvDSR_FMT_DEPTH8, map.data());
     for (auto _ : state) {
         state.PauseTiming();
-        std::memcpy(s.depth.data(), depthIn.data(), depthIn.size());
+        map = s.map8;
         state.ResumeTiming();
-        const uint32_t rc = kvDSR_Run(s.out.data(), &left, kW, kH, &depth, kDW, kDH);
-        if (rc != kvDSR_OK) {
+        if (e.run(out.data(), &left, kW, kH, &depth, kDW, kDH) != kvDSR_OK) {
             state.SkipWithError("kvDSR_Run failed");
             break;
         }
-        benchmark::DoNotOptimize(s.out.data());
+        benchmark::DoNotOptimize(out.data());
     }
-    kvDSR_Close();
+    e.close();
 }
 
-BENCHMARK(BM_BinocularRun)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_BinocularInit)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_DepthViewRun)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+// Init builds the two 1023-level tables (OpenMP over levels).
+void binocularInit(benchmark::State& state, const Engines& e, int threads) {
+    omp_set_num_threads(threads);
+    const auto& c = calibration();
+    for (auto _ : state)
+        if (e.binocularInit(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH, kDW, kDH, kViewShift) != kvDSR_OK) {
+            state.SkipWithError("kvDSR_Binocular_Init failed");
+            break;
+        }
+    e.binocularClose();
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    std::vector<Engines> libs{thisBuild()};
+    Engines base;
+    if (baseline(base)) libs.push_back(base);
+    SummaryReporter summary;
+    using Fn = void (*)(benchmark::State&, const Engines&, int);
+    const std::pair<const char*, Fn> cases[] = {
+        {"BinocularRun", binocularRun}, {"DepthViewRun", depthViewRun}, {"BinocularInit", binocularInit}};
+    for (auto [name, fn] : cases)
+        for (int threads : {1, 2})
+            for (const Engines& e : libs) {
+                const std::string full = std::string(name) + "/t" + std::to_string(threads) + "/" + e.name;
+                benchmark::RegisterBenchmark(full.c_str(), [fn = fn, e, threads](benchmark::State& st) {
+                    fn(st, e, threads);
+                })->Unit(benchmark::kMillisecond)->UseRealTime();
+            }
+    for (const Engines& e : libs)
+        for (int threads : {1, 2}) {
+            const std::string t = "/t" + std::to_string(threads) + "/" + e.name;
+            summary.addRatio("BinocularRun / DepthViewRun" + t, "BinocularRun" + t, "DepthViewRun" + t);
+        }
+    for (const char* name : {"BinocularRun", "DepthViewRun"})
+        for (const Engines& e : libs) {
+            const std::string n = std::string(name);
+            summary.addRatio(n + " t1 / t2 (" + e.name + ")", n + "/t1/" + e.name, n + "/t2/" + e.name);
+        }
+    if (libs.size() > 1)
+        for (const char* name : {"BinocularRun", "DepthViewRun"})
+            for (int threads : {1, 2}) {
+                const std::string n = std::string(name) + "/t" + std::to_string(threads);
+                summary.addRatio(n + ": base / new", n + "/base", n + "/new");
+            }
+    benchmark::RunSpecifiedBenchmarks(&summary);
+    benchmark::Shutdown();
+    return 0;
+}

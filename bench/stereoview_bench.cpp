@@ -1,14 +1,23 @@
-// kvDSR_StereoView_Run on a 1920x1080 0xF01 pair against the six plane warps
-// it is made of (two luma, four chroma, through the same maps), and
-// kvDSR_StereoView_Init at 1920x1080.
+// Stereo view and SPR runs on 1920x1080 0xF01 pairs (SPR to 1280x720) beside
+// the previous run paths (tests/stereoview/reference_run.h: a whole-plane
+// warp per OpenMP region, chroma split and re-interleaved, side by side
+// packed from scratch views), at 1 and 2 threads (argument), and
+// kvDSR_StereoView_Init.
+//
+// Run with --benchmark_repetitions=5 --benchmark_enable_random_interleaving
+// so that both sides of each ratio see the same machine load. Not timed in
+// one loop on purpose: OpenMP's team keeps spinning after the reference's
+// regions and would take the core the frame team's helper needs.
 #include <benchmark/benchmark.h>
+#include <omp.h>
 
-#include <chrono>
+#include <cstdlib>
 #include <random>
 #include <vector>
 
 #include "calibpack.h"
 #include "kvDSR.h"
+#include "reference_run.h"
 #include "stereoview/stereo_params.h"
 #include "stereoview/stereo_warp.h"
 
@@ -17,6 +26,7 @@ namespace {
 using namespace kvdsr;
 
 constexpr uint16_t kW = 1920, kH = 1080;
+constexpr uint16_t kSprW = 1280, kSprH = 720;
 
 const calibpack::Bytes& container() {
     static const calibpack::Bytes c = calibpack::packContainer(calibpack::sampleModule(), 1547);
@@ -24,50 +34,60 @@ const calibpack::Bytes& container() {
 }
 
 struct Pair {
-    std::vector<uint8_t> in1, in2, out1, out2;
+    std::vector<uint8_t> in1, in2, out1, out2, sideBySide;
     kvDSR_ImageDesc d1{}, d2{};
-    Pair() {
-        const size_t n = size_t(kW) * kH * 3 / 2;
+    Pair(uint16_t w, uint16_t h, uint16_t outW, uint16_t outH) {
+        const size_t n = size_t(w) * h * 3 / 2, m = size_t(outW) * outH * 3 / 2;
         in1.resize(n);
         in2.resize(n);
-        out1.resize(n);
-        out2.resize(n);
+        out1.resize(m);
+        out2.resize(m);
+        sideBySide.resize(2 * m);
         std::mt19937 rng(1);
         for (auto* v : {&in1, &in2})
             for (auto& b : *v) b = uint8_t(rng());
-        d1 = {kvDSR_FMT_YUV420SP, {0, 0, 0}, {in1.data(), in1.data() + size_t(kW) * kH, nullptr}};
-        d2 = {kvDSR_FMT_YUV420SP, {0, 0, 0}, {in2.data(), in2.data() + size_t(kW) * kH, nullptr}};
+        d1 = {kvDSR_FMT_YUV420SP, {0, 0, 0}, {in1.data(), in1.data() + size_t(w) * h, nullptr}};
+        d2 = {kvDSR_FMT_YUV420SP, {0, 0, 0}, {in2.data(), in2.data() + size_t(w) * h, nullptr}};
     }
 };
 
-// The same maps as the engine's: built from the blocks its Init prepared.
-struct PlaneWarps {
+// The engine's maps, rebuilt from the blocks its Init prepared, and the
+// scratch the previous paths needed.
+struct ReferenceMaps {
     stereoview::MapSet full, half;
-    std::vector<uint8_t> chromaIn, chromaOut;
-    PlaneWarps() : chromaIn(size_t(kW) * kH / 2), chromaOut(size_t(kW) * kH / 2) {
+    test::reference::Scratch scratch;
+    ReferenceMaps(uint16_t inW, uint16_t inH, uint16_t outW, uint16_t outH) {
         const auto& p = stereoview::stereoParams();
-        stereoview::buildMapSet(full, p.calibBlock, kW, kH, kW, kH);
-        stereoview::buildMapSet(half, p.halfCalibBlock, kW / 2, kH / 2, kW / 2, kH / 2);
-    }
-    void run(Pair& f) {
-        const size_t q = size_t(kW / 2) * (kH / 2);
-        stereoview::warpPlane(full, 2, f.out2.data(), f.in2.data());
-        stereoview::warpPlane(full, 1, f.out1.data(), f.in1.data());
-        for (int camera = 1; camera <= 2; ++camera) {
-            stereoview::warpPlane(half, camera, chromaOut.data(), chromaIn.data());
-            stereoview::warpPlane(half, camera, chromaOut.data() + q, chromaIn.data() + q);
-        }
+        stereoview::buildMapSet(full, p.calibBlock, inW, inH, outW, outH);
+        stereoview::buildMapSet(half, p.halfCalibBlock, inW / 2, inH / 2, outW / 2, outH / 2);
+        scratch = test::reference::Scratch(full);
     }
 };
 
-void initOnce() {
+void initStereoView() {
     const auto& c = container();
     if (kvDSR_StereoView_Init(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH) != kvDSR_OK) std::abort();
 }
 
+void initSpr() {
+    const auto& c = container();
+    if (kvDSR_SPR_Init(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH, kSprW, kSprH) != kvDSR_OK) std::abort();
+}
+
+// Sets the OpenMP thread count of the calling thread for one benchmark.
+class Threads {
+public:
+    explicit Threads(const benchmark::State& state) { omp_set_num_threads(int(state.range(0))); }
+    ~Threads() { omp_set_num_threads(saved_); }
+
+private:
+    const int saved_ = omp_get_max_threads();
+};
+
 void BM_StereoViewRun_F01(benchmark::State& state) {
-    initOnce();
-    Pair f;
+    Threads threads(state);
+    initStereoView();
+    Pair f(kW, kH, kW, kH);
     for (auto _ : state) {
         kvDSR_StereoView_Run(f.out2.data(), f.out1.data(), &f.d2, &f.d1, kW, kH);
         benchmark::ClobberMemory();
@@ -75,44 +95,57 @@ void BM_StereoViewRun_F01(benchmark::State& state) {
 }
 
 void BM_StereoViewRunSideBySide_F01(benchmark::State& state) {
-    initOnce();
-    Pair f;
-    std::vector<uint8_t> out(size_t(2) * kW * kH * 3 / 2);
+    Threads threads(state);
+    initStereoView();
+    Pair f(kW, kH, kW, kH);
     for (auto _ : state) {
-        kvDSR_StereoView_Run_SideBySide(out.data(), 2u * kW, kH, &f.d2, &f.d1, kW, kH);
+        kvDSR_StereoView_Run_SideBySide(f.sideBySide.data(), 2u * kW, kH, &f.d2, &f.d1, kW, kH);
         benchmark::ClobberMemory();
     }
 }
 
-void BM_PlaneWarps_F01(benchmark::State& state) {
-    initOnce();
-    Pair f;
-    PlaneWarps w;
+void BM_SprRun_F01(benchmark::State& state) {
+    Threads threads(state);
+    initSpr();
+    Pair f(kW, kH, kSprW, kSprH);
     for (auto _ : state) {
-        w.run(f);
+        kvDSR_SPR_Run(f.out2.data(), f.out1.data(), &f.d2, &f.d1, kW, kH, kSprW, kSprH);
         benchmark::ClobberMemory();
     }
 }
 
-// Both in one loop, alternating, so that the ratio sees the same machine load.
-void BM_RunOverPlaneWarps_F01(benchmark::State& state) {
-    initOnce();
-    Pair f;
-    PlaneWarps w;
-    using clock = std::chrono::steady_clock;
-    double runSec = 0, warpSec = 0;
+// The previous paths on the same maps, frames and thread counts.
+void BM_ReferenceRun_F01(benchmark::State& state) {
+    Threads threads(state);
+    initStereoView();
+    Pair f(kW, kH, kW, kH);
+    ReferenceMaps m(kW, kH, kW, kH);
     for (auto _ : state) {
-        const auto t0 = clock::now();
-        kvDSR_StereoView_Run(f.out2.data(), f.out1.data(), &f.d2, &f.d1, kW, kH);
-        const auto t1 = clock::now();
-        w.run(f);
-        const auto t2 = clock::now();
-        runSec += std::chrono::duration<double>(t1 - t0).count();
-        warpSec += std::chrono::duration<double>(t2 - t1).count();
+        test::reference::run(m.full, m.half, f.out2.data(), f.out1.data(), f.d2, f.d1, m.scratch);
+        benchmark::ClobberMemory();
     }
-    state.counters["run_ms"] = 1e3 * runSec / state.iterations();
-    state.counters["warps_ms"] = 1e3 * warpSec / state.iterations();
-    state.counters["ratio"] = runSec / warpSec;
+}
+
+void BM_ReferenceRunSideBySide_F01(benchmark::State& state) {
+    Threads threads(state);
+    initStereoView();
+    Pair f(kW, kH, kW, kH);
+    ReferenceMaps m(kW, kH, kW, kH);
+    for (auto _ : state) {
+        test::reference::runSideBySide(m.full, m.half, f.sideBySide.data(), f.d2, f.d1, m.scratch);
+        benchmark::ClobberMemory();
+    }
+}
+
+void BM_ReferenceSprRun_F01(benchmark::State& state) {
+    Threads threads(state);
+    initSpr();
+    Pair f(kW, kH, kSprW, kSprH);
+    ReferenceMaps m(kW, kH, kSprW, kSprH);
+    for (auto _ : state) {
+        test::reference::run(m.full, m.half, f.out2.data(), f.out1.data(), f.d2, f.d1, m.scratch);
+        benchmark::ClobberMemory();
+    }
 }
 
 void BM_StereoViewInit(benchmark::State& state) {
@@ -123,10 +156,13 @@ void BM_StereoViewInit(benchmark::State& state) {
     }
 }
 
-BENCHMARK(BM_StereoViewRun_F01)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_StereoViewRunSideBySide_F01)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_PlaneWarps_F01)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_RunOverPlaneWarps_F01)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(40);
+#define KVDSR_RUN_BENCH(fn) BENCHMARK(fn)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime()
+KVDSR_RUN_BENCH(BM_StereoViewRun_F01);
+KVDSR_RUN_BENCH(BM_ReferenceRun_F01);
+KVDSR_RUN_BENCH(BM_StereoViewRunSideBySide_F01);
+KVDSR_RUN_BENCH(BM_ReferenceRunSideBySide_F01);
+KVDSR_RUN_BENCH(BM_SprRun_F01);
+KVDSR_RUN_BENCH(BM_ReferenceSprRun_F01);
 BENCHMARK(BM_StereoViewInit)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 }  // namespace

@@ -19,9 +19,10 @@ uint32_t run(uint8_t* out, const kvDSR_ImageDesc& left, const kvDSR_ImageDesc& r
              uint16_t height, const kvDSR_ImageDesc& depth, uint16_t depthWidth, uint16_t depthHeight);
 uint32_t close();
 
-// Read-only views for tests and tools (null before init): the depth levels of
-// the last depth pass at image size, and the landing table.
-const uint16_t* levelMap();
+// Read-only views for tests and tools (null before init): the filtered depth
+// levels of the last depth pass (depthWidth x depthHeight; the level map at
+// image size is their resize), and the landing table.
+const uint16_t* depthLevels();
 const uint16_t* landingTable();
 
 }  // namespace kvdsr::binocular

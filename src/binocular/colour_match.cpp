@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 
 #include "binocular/view_tables.h"
 
@@ -21,12 +22,12 @@ BandParams bandParams(int height) {
     return bp;
 }
 
-int matchOffset(const uint16_t* levelMap, const uint16_t* sourceTable, int width, int height) {
+int matchOffset(const uint16_t* columnLevels, const uint16_t* sourceTable, int width, int height) {
     if (width <= 0 || height <= 0) return 0;
-    const int column = std::min(20, width - 1);
+    const int column = offsetColumn(width);
     uint64_t sum = 0;
     for (int y = 0; y < height; ++y) {
-        const uint32_t d = std::min<uint32_t>(levelMap[static_cast<std::size_t>(y) * width + column], kMaxLevel);
+        const uint32_t d = std::min<uint32_t>(columnLevels[y], kMaxLevel);
         sum += sourceTable[static_cast<std::size_t>(d) * width + column];
     }
     const uint64_t o = sum / static_cast<uint64_t>(height);
@@ -50,8 +51,9 @@ ChannelStats matchStatistics(const uint8_t* a, const uint8_t* b, int width, int 
     const int span = width - offset;  // grid columns x < span
     if (span <= 0 || height <= 0 || step <= 0) return s;
     const double n = static_cast<double>((height - 1) / step + 1) * ((span - 1) / step + 1);
-    // Chroma exists only from two rows on.
-    const int channels = height >= 2 ? 3 : 1;
+    // Chroma exists only from two rows on, and its second byte only from two
+    // columns on (a one-column row has no pair; that table is never applied).
+    const int channels = height < 2 ? 1 : width < 2 ? 2 : 3;
     for (int c = 0; c < channels; ++c) {
         double sumA = 0, sumB = 0;
         for (int y = 0; y < height; y += step)
@@ -89,21 +91,31 @@ void buildMatchTables(uint8_t table[3][256], const ChannelStats& s) {
         }
 }
 
-void applyMatchTables(uint8_t* b, int width, int height, const uint8_t table[3][256]) {
-    const int chromaRows = height / 2;
-#pragma omp parallel for schedule(static)
-    for (int y = 0; y < height + chromaRows; ++y) {
-        uint8_t* row = b + static_cast<std::size_t>(y) * width;
-        if (y < height) {
-            for (int x = 0; x < width; ++x) row[x] = table[0][row[x]];
-        } else {
-            for (int x = 0; x + 1 < width; x += 2) {
-                row[x] = table[1][row[x]];
-                row[x + 1] = table[2][row[x + 1]];
-            }
-            if (width & 1) row[width - 1] = table[1][row[width - 1]];
-        }
+void applyMatchLuma(uint8_t* row, int width, const uint8_t table[256]) {
+    // Eight bytes per step through one word, so that the stores cannot make
+    // the compiler re-read what it has loaded.
+    int x = 0;
+    for (; x + 8 <= width; x += 8) {
+        uint64_t in, out = 0;
+        std::memcpy(&in, row + x, 8);
+        for (int k = 0; k < 8; ++k) out |= uint64_t(table[(in >> (8 * k)) & 0xFF]) << (8 * k);
+        std::memcpy(row + x, &out, 8);
     }
+    for (; x < width; ++x) row[x] = table[row[x]];
+}
+
+void applyMatchChroma(uint8_t* row, int width, const uint8_t table[3][256]) {
+    for (int x = 0; x + 1 < width; x += 2) {
+        row[x] = table[1][row[x]];
+        row[x + 1] = table[2][row[x + 1]];
+    }
+    if (width & 1) row[width - 1] = table[1][row[width - 1]];
+}
+
+void applyMatchTables(uint8_t* b, int width, int height, const uint8_t table[3][256]) {
+    for (int y = 0; y < height; ++y) applyMatchLuma(b + static_cast<std::size_t>(y) * width, width, table[0]);
+    for (int y = 0; y < height / 2; ++y)
+        applyMatchChroma(b + static_cast<std::size_t>(height + y) * width, width, table);
 }
 
 }  // namespace kvdsr::binocular

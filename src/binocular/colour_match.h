@@ -19,9 +19,13 @@ struct BandParams {
 };
 BandParams bandParams(int height);
 
+// Column whose depth levels give the offset.
+inline int offsetColumn(int width) { return width < 21 ? width - 1 : 20; }
+
 // Horizontal offset of the second image: mean over the rows of the source
-// column that column 20 maps to. Bounded to W - 1.
-int matchOffset(const uint16_t* levelMap, const uint16_t* sourceTable, int width, int height);
+// column that offsetColumn maps to, from that column's level in each row
+// (height entries). Bounded to W - 1.
+int matchOffset(const uint16_t* columnLevels, const uint16_t* sourceTable, int width, int height);
 
 struct ChannelStats {
     double meanA[3];
@@ -36,8 +40,11 @@ ChannelStats matchStatistics(const uint8_t* a, const uint8_t* b, int width, int 
 // table[c][v]: B's value v of channel c mapped to A's mean and deviation.
 void buildMatchTables(uint8_t table[3][256], const ChannelStats& s);
 
-// Rewrites B in place through the tables.
+// Rewrites B in place through the tables: the whole image, or one luma row
+// or one chroma row (even bytes through table 1, odd ones through table 2).
 void applyMatchTables(uint8_t* b, int width, int height, const uint8_t table[3][256]);
+void applyMatchLuma(uint8_t* row, int width, const uint8_t table[256]);
+void applyMatchChroma(uint8_t* row, int width, const uint8_t table[3][256]);
 
 // Chroma pair start of column x, kept inside a row of the given width.
 inline int chromaPair(int x, int width) {

@@ -10,8 +10,9 @@ void setRange(uint8_t* mark, int from, int to, uint8_t v) {
     for (int i = from; i <= to; ++i) mark[i] = v;
 }
 
-// First column in from .. limit with a mark, or limit + 1; eight columns at a
-// time, since most of a row is unmarked.
+}  // namespace
+
+// Eight columns at a time, since most of a row is unmarked.
 int nextMarked(const uint8_t* mark, int from, int limit) {
     int i = from;
     for (; i + 8 <= limit + 1; i += 8) {
@@ -23,7 +24,6 @@ int nextMarked(const uint8_t* mark, int from, int limit) {
         if (mark[i] != kMarkNone) return i;
     return limit + 1;
 }
-}  // namespace
 
 void cleanMarksReference(uint8_t* mark, int width, int q) {
     if (q < 1) return;
@@ -54,11 +54,14 @@ void cleanMarksReference(uint8_t* mark, int width, int q) {
     }
 }
 
-void cleanMarks(uint8_t* mark, int width, int q) {
+void cleanMarks(uint8_t* mark, int width, int q, int first, int last) {
     // Windows without an interior gain nothing from counting.
     if (q < 3) return cleanMarksReference(mark, width, q);
     const int lastStart = width - q;
     if (lastStart < 0) return;
+    // Rules only ever mark columns between two marked ones, so every mark
+    // stays within [first, last].
+    first = std::clamp(first, 0, lastStart);
     const int interior = q - 2;
     auto countInterior = [&](int c) {
         int n = 0;
@@ -68,7 +71,7 @@ void cleanMarks(uint8_t* mark, int width, int q) {
     // Non-zero marks among columns c + 1 .. c + q - 2, kept up to date as the
     // window slides: rules only ever turn a window column non-zero, except
     // the clearing of column c, which the next window no longer holds.
-    int count = countInterior(0);
+    int count = countInterior(first);
     // Columns up to painted are holes already (holes are never cleared), so
     // overlapping windows only write what is new.
     int painted = -1;
@@ -76,13 +79,12 @@ void cleanMarks(uint8_t* mark, int width, int q) {
         setRange(mark, from > painted ? from : painted + 1, to, kMarkHole);
         if (to > painted) painted = to;
     };
-    for (int c = 0;;) {
-        const bool last = c == lastStart;
-        if (mark[c] == kMarkNone && !last) {
+    for (int c = first;;) {
+        const bool isLast = c == lastStart;
+        if (mark[c] == kMarkNone && !isLast) {
             // A window starting on an empty column does nothing: go straight
             // to the next marked column (or the last window).
-            const int next = std::min(nextMarked(mark, c + 1, lastStart), lastStart);
-            c = next;
+            c = c + 1 > last ? lastStart : std::min(nextMarked(mark, c + 1, std::min(lastStart, last)), lastStart);
             count = countInterior(c);
             continue;
         }
@@ -92,11 +94,11 @@ void cleanMarks(uint8_t* mark, int width, int q) {
                 count = interior;
             } else if (count == interior) {
                 paint(c, c + q - 2);
-            } else if (!last && mark[c] == kMarkFilled) {
+            } else if (!isLast && mark[c] == kMarkFilled) {
                 mark[c] = kMarkNone;
             }
         }
-        if (last) {
+        if (isLast) {
             for (int i = c; i <= c + q - 2; ++i)
                 if (mark[i] != kMarkNone) mark[i] = kMarkHole;
             return;

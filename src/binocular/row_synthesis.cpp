@@ -1,15 +1,14 @@
 #include "binocular/row_synthesis.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
 #include <cstring>
+#include <vector>
 
 #include "binocular/colour_match.h"
 #include "binocular/mark_clean.h"
 #include "binocular/view_tables.h"
+#include "depthview/synthesis.h"
 
 namespace kvdsr::binocular {
 
@@ -32,20 +31,86 @@ struct ChromaRow {
         out[o] = from[s];
         out[o + 1] = from[s + 1];
     }
+
+    // Columns [t, t + n) took A's columns shifted left by `shift`, one after
+    // the other: each pair ends up with what its last column brought.
+    void runFromA(int t, int n, int shift) const {
+        int c = t;
+        const int end = t + n;
+        if (c & 1) {
+            fromA(c, c - shift);
+            ++c;
+        }
+        // Whole pairs take the pair of their odd column's source; those are
+        // consecutive pairs of A, except that the last pair of an odd width
+        // is clamped.
+        const int pairs = (end - c) / 2;
+        if (pairs > 0) {
+            int straight = pairs;
+            if ((width & 1) && c + 2 * pairs - 1 - shift == width - 1) --straight;
+            std::memcpy(out + c, a + ((c + 1 - shift) & ~1), 2 * size_t(straight));
+            for (int j = straight; j < pairs; ++j) fromA(c + 2 * j + 1, c + 2 * j + 1 - shift);
+            c += 2 * pairs;
+        }
+        if (c < end) fromA(c, c - shift);
+    }
 };
+
+// Landing and source columns of every pixel from column 20 on: table
+// look-ups only. Four pixels of one level (a surface, upscaled) read four
+// consecutive entries of each table.
+void lookUpColumns(uint16_t* landing, uint16_t* source, const uint16_t* levels, const uint16_t* landingTable,
+                   const uint16_t* sourceTable, int width) {
+    const std::size_t w = std::size_t(width);
+    auto one = [&](std::size_t x) {
+        const std::size_t entry = std::size_t(std::min<uint32_t>(levels[x], kMaxLevel)) * w + x;
+        landing[x] = landingTable[entry];
+        source[x] = sourceTable[entry];
+    };
+    std::size_t x = kFirstScanColumn;
+    while (x + 4 <= w) {
+        const uint32_t level = levels[x];
+        const uint64_t four = level * 0x0001000100010001ull;
+        uint64_t next;
+        std::memcpy(&next, levels + x, sizeof next);
+        if (next == four && level <= kMaxLevel) {
+            const uint16_t* landingRow = landingTable + level * w;
+            const uint16_t* sourceRow = sourceTable + level * w;
+            do {
+                std::memcpy(landing + x, landingRow + x, 4 * sizeof(uint16_t));
+                std::memcpy(source + x, sourceRow + x, 4 * sizeof(uint16_t));
+                x += 4;
+                if (x + 4 > w) break;
+                std::memcpy(&next, levels + x, sizeof next);
+            } while (next == four);
+            continue;
+        }
+        one(x++);
+    }
+    for (; x < w; ++x) one(x);
+}
 
 }  // namespace
 
-void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scratch) {
+std::size_t rowScratchBytes(int width) { return (3 * 2 + 1) * std::size_t(width > 0 ? width : 0); }
+
+RowScratch rowScratchAt(uint8_t* bytes, int width) {
+    const std::size_t w = std::size_t(width > 0 ? width : 0);
+    uint16_t* words = reinterpret_cast<uint16_t*>(bytes);
+    return {words, words + w, words + 2 * w, bytes + 6 * w};
+}
+
+void renderRow(const SynthesisFrame& f, int r, const uint16_t* levels, bool withChroma, RowScratch scratch) {
     const int w = f.width;
     if (w <= 0) return;
     const std::size_t rowStart = static_cast<std::size_t>(r) * w;
-    const uint16_t* levels = f.levelMap + rowStart;
     const uint8_t* aRow = f.a + rowStart;
     const uint8_t* bRow = f.b + rowStart;
     uint8_t* out = f.out + rowStart;
-    uint16_t* src = scratch.src;
-    uint8_t* mark = scratch.mark;
+    uint16_t* const landing = scratch.landing;
+    uint16_t* const source = scratch.source;
+    uint16_t* const src = scratch.src;
+    uint8_t* const mark = scratch.mark;
     // Source columns come from a table and may point past the row.
     auto bAt = [&](uint32_t column) -> int { return bRow[std::min<uint32_t>(column, w - 1)]; };
 
@@ -58,19 +123,20 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
     }
     std::memset(out, 0, w);
 
-    // Locals, so that byte stores to the output need not reload them.
-    const uint16_t* const landingTable = f.landingTable;
-    const uint16_t* const sourceTable = f.sourceTable;
+    lookUpColumns(landing, source, levels, f.landingTable, f.sourceTable, w);
+
     const int p = f.p;
+    int markFirst = w, markLast = -1;  // marked columns: gaps of two or more
     int prev = 0;
     int repeatedFrom = -1;
     uint32_t lastU = 0;
-    for (int x = kFirstScanColumn; x < w; ++x) {
-        const uint32_t d = std::min<uint32_t>(levels[x], kMaxLevel);
-        const std::size_t entry = static_cast<std::size_t>(d) * w + x;
-        const int t = landingTable[entry];
-        const uint32_t u = sourceTable[entry];
-        if (t < w && t <= prev) continue;  // hidden behind what has landed
+    int x = kFirstScanColumn;
+    while (x < w) {
+        const int t = landing[x];
+        if (t < w && t <= prev) {  // hidden behind what has landed
+            ++x;
+            continue;
+        }
         if (t >= w) {
             // Off the image: the rest of the row repeats the last landing.
             // Until something lands again a repeat would change nothing.
@@ -80,8 +146,10 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
                     for (int c = chromaPair(prev, w) + 2; c + 1 < w; c += 2) cr.copyPair(c, cr.out, prev);
                 repeatedFrom = prev;
             }
+            ++x;
             continue;
         }
+        const uint32_t u = source[x];
         out[t] = aRow[x];
         const int g = t - prev;
         if (g == 1) {
@@ -92,6 +160,8 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
             src[prev + 1] = static_cast<uint16_t>((u + lastU) / 2);
             src[t] = static_cast<uint16_t>(u);
             mark[prev + 1] = kMarkFilled;
+            markFirst = std::min(markFirst, prev + 1);
+            markLast = prev + 1;
             if (p >= 2) {
                 out[prev + 1] = out[t];
                 if (chroma) cr.fromA(prev + 1, x);
@@ -100,10 +170,13 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
                 if (chroma) cr.fromB(prev + 1, std::min<int>(src[prev + 1], w - 1));
             }
         } else {
+            // The floor of a non-negative quotient: its truncation.
             for (int k = 0; k <= g; ++k) {
-                src[prev + k] = static_cast<uint16_t>(std::floor((double(g - k) * lastU + double(k) * u) / g));
+                src[prev + k] = static_cast<uint16_t>(int32_t((double(g - k) * lastU + double(k) * u) / g));
                 if (k > 0 && k < g) mark[prev + k] = kMarkFilled;
             }
+            markFirst = std::min(markFirst, prev + 1);
+            markLast = t - 1;
             if (g <= p) {
                 const int left = out[prev];
                 const int span = out[t] - left;
@@ -120,50 +193,63 @@ void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scrat
         if (chroma) cr.fromA(t, x);
         lastU = u;
         prev = t;
+
+        // The pixels after it that land one column further each: the gap
+        // before each is one column, so they are copies (of A, and of their
+        // source columns into src).
+        const int limit = std::min(w, x + (w - t));
+        const int e = depthview::runEnd(landing, x + 1, limit, static_cast<uint16_t>(t + 1));
+        const int n = e - x - 1;
+        if (n) {
+            std::memcpy(out + t + 1, aRow + x + 1, std::size_t(n));
+            std::memcpy(src + t + 1, source + x + 1, 2 * std::size_t(n));
+            if (chroma) cr.runFromA(t + 1, n, t - x);
+            lastU = source[e - 1];
+            prev = t + n;
+        }
+        x = e;
     }
 
-    cleanMarks(mark, w, f.q);
+    if (markLast >= 0) cleanMarks(mark, w, f.q, markFirst, markLast);
 
     out[0] = static_cast<uint8_t>(bAt(src[0]));
     if (w >= 2) out[1] = static_cast<uint8_t>(bAt(src[1]));
     if (chroma) cr.fromB(0, std::min<int>(src[0], w - 1));
-    if (w >= 5) {
-        for (int c = 1; c <= w - 4; ++c) {
+    // Cross-fades at c = 1 .. w - 4 act only where column c + 1 is a hole.
+    // Holes lie within the marked columns.
+    if (w >= 5 && markLast >= 0) {
+        const int end = std::min(w - 3, markLast);
+        for (int h = nextMarked(mark, std::max(2, markFirst), end); h <= end; h = nextMarked(mark, h + 1, end)) {
+            if (mark[h] != kMarkHole) continue;
+            const int c = h - 1;
             const bool h0 = mark[c] == kMarkHole;
-            const bool h1 = mark[c + 1] == kMarkHole;
             const bool h2 = mark[c + 2] == kMarkHole;
-            if (h1 && !h0) {
+            if (!h0) {
                 out[c] = static_cast<uint8_t>((out[c - 1] + bAt(src[c + 1])) >> 1);
                 out[c + 1] = static_cast<uint8_t>((out[c] + bAt(src[c + 2])) >> 1);
-            } else if (h0 && h1 && !h2) {
+            } else if (!h2) {
                 out[c + 1] = static_cast<uint8_t>((out[c + 2] + bAt(src[c])) >> 1);
                 out[c + 2] = static_cast<uint8_t>((bAt(src[c + 1]) + out[c + 3]) >> 1);
-            } else if (h0 && h1 && h2) {
+            } else {
                 out[c + 1] = static_cast<uint8_t>(bAt(src[c + 1]));
             }
         }
     }
-    if (chroma)
-        for (int c = 0; c < w; ++c)
+    if (chroma && markLast >= 0)
+        for (int c = nextMarked(mark, markFirst, markLast); c <= markLast; c = nextMarked(mark, c + 1, markLast))
             if (mark[c] == kMarkHole) cr.fromB(c, std::min<int>(src[c], w - 1));
 
-    std::memset(src, 0, sizeof(uint16_t) * w);
-    std::memset(mark, 0, w);
+    // Only columns up to the last landing have a source column.
+    std::memset(src, 0, sizeof(uint16_t) * std::size_t(prev + 1));
+    if (markLast >= 0) std::memset(mark + markFirst, 0, std::size_t(markLast - markFirst + 1));
 }
 
-void synthesizeView(const SynthesisFrame& f, RowScratch scratch, int threads) {
-    const int pairs = (f.height + 1) / 2;
-#pragma omp parallel num_threads(threads)
-    {
-        const int tid = omp_get_thread_num();
-        const std::size_t slot = static_cast<std::size_t>(tid) * f.width;
-        const RowScratch mine{scratch.src + slot, scratch.mark + slot};
-#pragma omp for schedule(dynamic, 1)
-        for (int i = 0; i < pairs; ++i) {
-            const int y = 2 * i;
-            renderRow(f, y, false, mine);
-            if (y + 1 < f.height) renderRow(f, y + 1, true, mine);
-        }
+void synthesizeView(const SynthesisFrame& f, const uint16_t* levelMap) {
+    std::vector<uint8_t> bytes(rowScratchBytes(f.width) + 2, 0);
+    const RowScratch scratch = rowScratchAt(bytes.data(), f.width);
+    for (int y = 0; y < f.height; y += 2) {
+        renderRow(f, y, levelMap + std::size_t(y) * f.width, false, scratch);
+        if (y + 1 < f.height) renderRow(f, y + 1, levelMap + std::size_t(y + 1) * f.width, true, scratch);
     }
 }
 

@@ -3,6 +3,7 @@
 // colour-matched second image, and merged hole regions are cross-faded.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kvdsr::binocular {
@@ -10,7 +11,6 @@ namespace kvdsr::binocular {
 // Shared read-only inputs of one frame. Images are 4:2:0 semi-planar in one
 // buffer (W x H luma, then H/2 rows of W chroma bytes); out has that layout.
 struct SynthesisFrame {
-    const uint16_t* levelMap;      // W x H depth levels
     const uint16_t* landingTable;  // 1023 x W
     const uint16_t* sourceTable;   // 1023 x W
     const uint8_t* a;              // first image
@@ -22,19 +22,23 @@ struct SynthesisFrame {
     int q;  // mark-cleaning window
 };
 
-// Per-row scratch: src (B column per output column) and mark, width entries
-// each, zero on entry and left zero on return.
+// Per-row scratch, width entries each: the landing and source columns of
+// the row's pixels, and src (B column per output column) and mark, which
+// are zero on entry and left zero on return.
 struct RowScratch {
+    uint16_t* landing;
+    uint16_t* source;
     uint16_t* src;
     uint8_t* mark;
 };
+std::size_t rowScratchBytes(int width);  // for rowScratchAt
+RowScratch rowScratchAt(uint8_t* bytes, int width);  // bytes: 2-byte aligned, src and mark zeroed
 
-// Renders luma row r; with chroma, also the chroma row r / 2 (the second row
-// of a pair carries the pair's chroma).
-void renderRow(const SynthesisFrame& f, int r, bool withChroma, RowScratch scratch);
+// Renders luma row r from its depth levels (W entries); with chroma, also
+// the chroma row r / 2 (the second row of a pair carries the pair's chroma).
+void renderRow(const SynthesisFrame& f, int r, const uint16_t* levels, bool withChroma, RowScratch scratch);
 
-// All rows, in row pairs over the OpenMP team. scratch holds threads * width
-// entries of each array, zeroed; the team has at most threads members.
-void synthesizeView(const SynthesisFrame& f, RowScratch scratch, int threads);
+// All rows, in pairs, on the calling thread, from a W x H level map.
+void synthesizeView(const SynthesisFrame& f, const uint16_t* levelMap);
 
 }  // namespace kvdsr::binocular

@@ -5,30 +5,6 @@
 
 namespace kvdsr::binocular {
 
-namespace {
-constexpr double kDegreesPerRadian5 = 114.59165581759557;  // 360 / 3.14159
-constexpr double kHalfDegreeRadians = 0.008726646259971648;  // pi / 360
-constexpr double kFarTerm = -1.0019569471624266;             // -(1023 + 1) / (1023 - 1)
-constexpr double kFarOffset = -2.0019569471624266;           // -2 * 1023 / (1023 - 1)
-}  // namespace
-
-double fieldOfViewDegrees(const CameraModel& cam) {
-    return std::atan(cam.calibratedWidth * cam.pixelPitch * 0.5 / cam.focalLength) * kDegreesPerRadian5;
-}
-
-void buildViewMatrix(double m[16], double fovDegrees, double shiftX) {
-    const double c = 1.0 / std::tan(fovDegrees * kHalfDegreeRadians);
-    // Identity times the perspective is the perspective itself.
-    for (int i = 0; i < 16; ++i) m[i] = 0.0;
-    m[0] = c;
-    m[5] = c;
-    m[10] = kFarTerm;
-    m[11] = -1.0;
-    m[14] = kFarOffset;
-    // Right multiplication by a translation: column 3 += t * column 0.
-    for (int k = 0; k < 4; ++k) m[12 + k] += shiftX * m[k];
-}
-
 void inverseDepthTable(double inv[kLevels], const double m[16]) {
     for (int j = 0; j < kLevels; ++j) inv[j] = 1.0 / ((j + 1) * m[11]);
 }

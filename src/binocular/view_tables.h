@@ -1,4 +1,4 @@
-// Virtual-camera matrices and the per-level column tables built from them.
+// Per-level column tables of the virtual camera (common/virtual_camera.h).
 //
 // Matrices here are 4x4, column-major (element k of column c is entry 4c + k).
 #pragma once
@@ -17,13 +17,6 @@ struct CameraModel {
     float focalLength = 0.f;
     float pixelPitch = 0.f;
 };
-
-// Field of view in degrees, with the five-digit pi the tables were tuned with.
-double fieldOfViewDegrees(const CameraModel& cam);
-
-// Perspective of the field of view (aspect 1, near 1, far 1023) followed by a
-// translation along x by shiftX.
-void buildViewMatrix(double m[16], double fovDegrees, double shiftX);
 
 // inv[j] = 1 / ((j + 1) * m[11]), j = 0 .. 1022. Level i is later paired with
 // inv[i] but with i times the column factor; both tables rely on that shift.

@@ -1,18 +1,14 @@
 #include "depthview/depth_steps.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "common/alloc.h"
+#include "depthview/resize_kernels.h"
 
 namespace kvdsr::depthview {
 
 namespace {
-
-// Small maps are not worth waking the team for; the result is the same.
-inline bool worthATeam(size_t elements) { return elements >= (size_t(1) << 14); }
 
 // ---- Hole filling -------------------------------------------------------
 
@@ -35,19 +31,37 @@ bool neighbourMean(const T* map, int w, int h, uint32_t idx, T invalid, T& mean)
     return true;
 }
 
+// Whether any of the 64 / (8 * sizeof(T)) values in `word` equals `invalid`:
+// most maps have few invalid pixels, so the listing skips whole words.
 template <class T>
-void fillInvalid(T* map, int w, int h, T invalid) {
-    if (!map || w <= 0 || h <= 0) return;
-    const uint32_t n = uint32_t(w) * uint32_t(h);
-    uint32_t count = 0;
-    for (uint32_t i = 0; i < n; ++i) count += map[i] == invalid;
-    if (!count) return;
+inline bool wordHolds(uint64_t word, T invalid) {
+    constexpr uint64_t ones = sizeof(T) == 1 ? 0x0101010101010101ull : 0x0001000100010001ull;
+    constexpr uint64_t highs = ones << (8 * sizeof(T) - 1);
+    const uint64_t v = word ^ (ones * invalid);  // zero lanes where a value is invalid
+    return ((v - ones) & ~v & highs) != 0;
+}
 
-    auto list = allocArray<uint32_t>(count);
-    uint32_t k = 0;
-    for (uint32_t i = 0; i < n; ++i)
+// Indices of the invalid pixels, in raster order.
+template <class T>
+uint32_t listInvalid(const T* map, uint32_t n, T invalid, uint32_t* list) {
+    constexpr uint32_t perWord = 8 / sizeof(T);
+    uint32_t k = 0, i = 0;
+    for (; i + perWord <= n; i += perWord) {
+        uint64_t word;
+        std::memcpy(&word, map + i, sizeof word);
+        if (!wordHolds<T>(word, invalid)) continue;
+        for (uint32_t j = i; j < i + perWord; ++j)
+            if (map[j] == invalid) list[k++] = j;
+    }
+    for (; i < n; ++i)
         if (map[i] == invalid) list[k++] = i;
+    return k;
+}
 
+template <class T>
+void fillInvalid(T* map, int w, int h, T invalid, uint32_t* list) {
+    if (!map || w <= 0 || h <= 0) return;
+    const uint32_t count = listInvalid(map, uint32_t(w) * uint32_t(h), invalid, list);
     // Forward pass sees its own repairs; pixels without a valid neighbour yet
     // are compacted into the front of the same list for the backward pass.
     uint32_t left = 0;
@@ -66,6 +80,13 @@ void fillInvalid(T* map, int w, int h, T invalid) {
     }
 }
 
+template <class T>
+void fillInvalidAllocating(T* map, int w, int h, T invalid) {
+    if (!map || w <= 0 || h <= 0) return;
+    auto list = allocArray<uint32_t>(size_t(w) * size_t(h));
+    fillInvalid<T>(map, w, h, invalid, list.get());
+}
+
 // ---- Disparity to depth -------------------------------------------------
 
 uint16_t depthEntry(uint32_t v, uint32_t invalid, float inverseScale, float focalPx, double baseline,
@@ -76,7 +97,11 @@ uint16_t depthEntry(uint32_t v, uint32_t invalid, float inverseScale, float foca
     // which must fall through every comparison to the far plane.
     double depth = disparity <= 1.1920929e-7f ? 65535.0 : focalPx * baseline / disparity;
     if (depth > 65535.0) depth = 65535.0;
-    return depth + 0.5 < maxDepth ? uint16_t(depth + 0.5) : maxDepth;
+    const double rounded = depth + 0.5;
+    // A negative focal length, pitch or baseline gives negative depths: they
+    // saturate to level 0 rather than convert out of range.
+    if (!(rounded < maxDepth)) return maxDepth;
+    return rounded > 0.0 ? uint16_t(rounded) : 0;
 }
 
 // ---- Resampling ---------------------------------------------------------
@@ -179,155 +204,170 @@ inline uint32_t factor3At(int o, int srcN, uint32_t w23, Get get) {
 
 }  // namespace
 
-void fillInvalidDepth8(uint8_t* map, int w, int h) { fillInvalid<uint8_t>(map, w, h, 255); }
-void fillInvalidDepth16(uint16_t* map, int w, int h) { fillInvalid<uint16_t>(map, w, h, 1023); }
+void fillInvalidDepth8(uint8_t* map, int w, int h, uint32_t* list) { fillInvalid<uint8_t>(map, w, h, 255, list); }
+void fillInvalidDepth16(uint16_t* map, int w, int h, uint32_t* list) { fillInvalid<uint16_t>(map, w, h, 1023, list); }
+void fillInvalidDepth8(uint8_t* map, int w, int h) { fillInvalidAllocating<uint8_t>(map, w, h, 255); }
+void fillInvalidDepth16(uint16_t* map, int w, int h) { fillInvalidAllocating<uint16_t>(map, w, h, 1023); }
+
+const uint16_t* fillInvalidDepth16Plane(uint8_t* plane, int w, int h, uint16_t* aligned, uint32_t* list) {
+    if (isAligned16(plane)) {
+        auto* map = reinterpret_cast<uint16_t*>(plane);
+        fillInvalidDepth16(map, w, h, list);
+        return map;
+    }
+    const size_t bytes = size_t(std::max(w, 0)) * size_t(std::max(h, 0)) * 2;
+    std::memcpy(aligned, plane, bytes);
+    fillInvalidDepth16(aligned, w, h, list);
+    std::memcpy(plane, aligned, bytes);
+    return aligned;
+}
+
+void depthTable8(uint16_t table[256], uint8_t scale, uint16_t maxDepth, uint8_t invalid, float focalPx,
+                 double baseline) {
+    const float inverseScale = 1.0f / float(scale);
+    for (uint32_t v = 0; v < 256; ++v) table[v] = depthEntry(v, invalid, inverseScale, focalPx, baseline, maxDepth);
+}
+
+void depthTable16(uint16_t table[1024], int fractionDivisor, uint16_t maxDepth, uint16_t invalid, float focalPx,
+                  double baseline) {
+    const float inverseScale = 1.0f / float(fractionDivisor);
+    for (uint32_t v = 0; v < 1024; ++v)
+        table[v] = depthEntry(v, invalid, inverseScale, focalPx, baseline, maxDepth);
+}
+
+void applyDepthTable8(uint16_t* dst, const uint8_t* src, size_t n, const uint16_t table[256]) {
+    for (size_t i = 0; i < n; ++i) dst[i] = table[src[i]];
+}
+
+void applyDepthTable16(uint16_t* dst, const uint16_t* src, size_t n, const uint16_t table[1024]) {
+    for (size_t i = 0; i < n; ++i) dst[i] = src[i] < 1024 ? table[src[i]] : 0;
+}
 
 void disparity8ToDepth(uint16_t* dst, const uint8_t* src, int w, int h, uint8_t scale, uint16_t maxDepth,
                        uint8_t invalid, float focalPx, double baseline) {
     uint16_t table[256];
-    const float inverseScale = 1.0f / float(scale);
-    for (uint32_t v = 0; v < 256; ++v) table[v] = depthEntry(v, invalid, inverseScale, focalPx, baseline, maxDepth);
-    const size_t n = size_t(std::max(w, 0)) * size_t(std::max(h, 0));
-    for (size_t i = 0; i < n; ++i) dst[i] = table[src[i]];
+    depthTable8(table, scale, maxDepth, invalid, focalPx, baseline);
+    applyDepthTable8(dst, src, size_t(std::max(w, 0)) * size_t(std::max(h, 0)), table);
 }
 
 void disparity16ToDepth(uint16_t* dst, const uint16_t* src, int w, int h, int fractionDivisor,
                         uint16_t maxDepth, uint16_t invalid, float focalPx, double baseline) {
     uint16_t table[1024];
-    const float inverseScale = 1.0f / float(fractionDivisor);
-    for (uint32_t v = 0; v < 1024; ++v)
-        table[v] = depthEntry(v, invalid, inverseScale, focalPx, baseline, maxDepth);
-    const size_t n = size_t(std::max(w, 0)) * size_t(std::max(h, 0));
-    for (size_t i = 0; i < n; ++i) dst[i] = src[i] < 1024 ? table[src[i]] : 0;
+    depthTable16(table, fractionDivisor, maxDepth, invalid, focalPx, baseline);
+    applyDepthTable16(dst, src, size_t(std::max(w, 0)) * size_t(std::max(h, 0)), table);
+}
+
+void minFilterDepthRow(uint16_t* dst, const uint16_t* src, int w, int h, int radius, int y, uint16_t* colMin) {
+    const int r = radius;
+    uint16_t* d = dst + size_t(y) * w;
+    const uint16_t* s = src + size_t(y) * w;
+    const int inner = w - 2 * r;
+    // Rows outside the filtered range, and rows too narrow for the window,
+    // are copied.
+    if (y < r || y > h - r - 2 || inner <= 0) {
+        std::memcpy(d, s, size_t(w) * 2);
+        return;
+    }
+    // Separable: a column minimum over 2r+1 rows, then a row minimum over it,
+    // one pass per window offset so that each is a plain element-wise minimum.
+    const uint16_t* top = src + size_t(y - r) * w;
+    std::memcpy(colMin, top, size_t(w) * 2);
+    for (int k = 1; k <= 2 * r; ++k) {
+        const uint16_t* row = top + size_t(k) * w;
+        for (int x = 0; x < w; ++x) colMin[x] = std::min(colMin[x], row[x]);
+    }
+    for (int x = 0; x < r; ++x) {
+        d[x] = s[x];
+        d[w - 1 - x] = s[w - 1 - x];
+    }
+    uint16_t* di = d + r;
+    std::memcpy(di, colMin, size_t(inner) * 2);
+    for (int k = 1; k <= 2 * r; ++k) {
+        const uint16_t* c = colMin + k;
+        for (int x = 0; x < inner; ++x) di[x] = std::min(di[x], c[x]);
+    }
 }
 
 void minFilterDepth(uint16_t* dst, const uint16_t* src, int w, int h, int radius) {
     if (w <= 0 || h <= 0) return;
-    const int r = radius;
-    const int firstRow = r, lastRow = h - r - 2;
-    // Rows outside the filtered range are copied.
-    for (int y = 0; y < h; ++y)
-        if (y < firstRow || y > lastRow) std::memcpy(dst + size_t(y) * w, src + size_t(y) * w, size_t(w) * 2);
-    if (lastRow < firstRow) return;
+    auto colMin = allocArray<uint16_t>(size_t(w));
+    for (int y = 0; y < h; ++y) minFilterDepthRow(dst, src, w, h, radius, y, colMin.get());
+}
 
-    // Separable: a column minimum over 2r+1 rows, then a row minimum over it.
-    const int threads = omp_get_max_threads();
-    auto colMinAll = allocArray<uint16_t>(size_t(threads) * w);
-    uint16_t* colMinBase = colMinAll.get();
-    auto filterRow = [=](int y) {
-        uint16_t* colMin = colMinBase + size_t(omp_get_thread_num()) * w;
-        const uint16_t* top = src + size_t(y - r) * w;
-        std::memcpy(colMin, top, size_t(w) * 2);
-        for (int k = 1; k <= 2 * r; ++k) {
-            const uint16_t* row = top + size_t(k) * w;
-            for (int x = 0; x < w; ++x) colMin[x] = std::min(colMin[x], row[x]);
+void DepthResizer::configure(int srcW, int srcH, int dstW, int dstH, bool generalOnly) {
+    configured_ = false;
+    path_ = Path::None;
+    srcW_ = srcW;
+    srcH_ = srcH;
+    dstW_ = dstW;
+    dstH_ = dstH;
+    generalOnly_ = generalOnly;
+    if (dstW > 0 && dstH > 0) {
+        if (srcW <= 0 || srcH <= 0)
+            path_ = Path::Zero;
+        else if (!generalOnly && dstW == 2 * srcW && dstH == 2 * srcH)
+            path_ = Path::Factor2;
+        else if (!generalOnly && dstW == 3 * srcW && dstH == 3 * srcH)
+            path_ = Path::Factor3;
+        else
+            path_ = Path::General;
+    }
+    if (path_ == Path::General) {
+        ax_ = makeAxis(srcW, dstW);
+        ay_ = makeAxis(srcH, dstH);
+        twoTapY_ = dstH >= srcH;
+        // Enlarging axes have at most two taps; they run through fixed
+        // two-tap loops (a single tap is the same sum with a zero second weight).
+        twoTapX_ = dstW >= srcW;
+        if (twoTapX_) {
+            second_ = allocArray<int32_t>(size_t(dstW));
+            w0_ = allocArray<uint16_t>(size_t(dstW));
+            w1_ = allocArray<uint16_t>(size_t(dstW));
+            for (int x = 0; x < dstW; ++x) {
+                const bool two = ax_.offset[x + 1] - ax_.offset[x] == 2;
+                second_[x] = ax_.first[x] + (two ? 1 : 0);
+                w0_[x] = ax_.weight[ax_.offset[x]];
+                w1_[x] = two ? ax_.weight[ax_.offset[x] + 1] : 0;
+            }
         }
-        uint16_t* d = dst + size_t(y) * w;
-        const uint16_t* s = src + size_t(y) * w;
-        // Border columns are copied; inside, one pass per window offset so
-        // that each pass is a plain element-wise minimum.
-        const int inner = w - 2 * r;
-        if (inner <= 0) {
-            std::memcpy(d, s, size_t(w) * 2);
+    }
+    configured_ = true;
+}
+
+void DepthResizer::horizontalRow(const uint16_t* s, int y, uint32_t* scratch) const {
+    const int dstW = dstW_;
+    uint32_t* h = scratch + size_t(y) * dstW;
+    auto get = [s](int i) { return uint32_t(s[i]); };
+    switch (path_) {
+        case Path::None:
+        case Path::Zero: return;
+        case Path::Factor2:
+            for (int x = 0; x < dstW; ++x) h[x] = factor2At(x, srcW_, get);
             return;
-        }
-        for (int x = 0; x < r; ++x) {
-            d[x] = s[x];
-            d[w - 1 - x] = s[w - 1 - x];
-        }
-        uint16_t* di = d + r;
-        std::memcpy(di, colMin, size_t(inner) * 2);
-        for (int k = 1; k <= 2 * r; ++k) {
-            const uint16_t* c = colMin + k;
-            for (int x = 0; x < inner; ++x) di[x] = std::min(di[x], c[x]);
-        }
-    };
-    const bool team = worthATeam(size_t(w) * h);
-    if (r >= 2) {
-#pragma omp parallel for schedule(dynamic, 1) if (team)
-        for (int y = firstRow; y <= lastRow; ++y) filterRow(y);
-    } else {
-#pragma omp parallel for if (team)
-        for (int y = firstRow; y <= lastRow; ++y) filterRow(y);
-    }
-}
-
-std::size_t resizeScratchSize(int srcH, int dstW) {
-    return size_t(std::max(srcH, 0)) * size_t(std::max(dstW, 0));
-}
-
-DepthResizer::DepthResizer(const uint16_t* src, int srcW, int srcH, int dstW, int dstH, uint32_t* scratch,
-                           bool generalOnly)
-    : scratch_(scratch), srcH_(srcH), dstW_(dstW), dstH_(dstH) {
-    if (dstW <= 0 || dstH <= 0) return;
-    if (srcW <= 0 || srcH <= 0) {
-        path_ = Path::Zero;
-        return;
-    }
-    if (!generalOnly && dstW == 2 * srcW && dstH == 2 * srcH)
-        path_ = Path::Factor2;
-    else if (!generalOnly && dstW == 3 * srcW && dstH == 3 * srcH)
-        path_ = Path::Factor3;
-    else
-        path_ = Path::General;
-
-    const bool team = worthATeam(size_t(srcH) * dstW);
-    if (path_ != Path::General) {
-        // Horizontal pass of the fast paths: whole levels per axis.
-        const int factor = path_ == Path::Factor2 ? 2 : 3;
-#pragma omp parallel for schedule(dynamic, 1) if (team)
-        for (int y = 0; y < srcH; ++y) {
-            const uint16_t* s = src + size_t(y) * srcW;
-            uint32_t* h = scratch + size_t(y) * dstW;
-            auto get = [s](int i) { return uint32_t(s[i]); };
-            if (factor == 2)
-                for (int x = 0; x < dstW; ++x) h[x] = factor2At(x, srcW, get);
-            else
-                for (int x = 0; x < dstW; ++x) h[x] = factor3At(x, srcW, 171, get);
-        }
-        return;
-    }
-
-    const ResizeAxis ax = makeAxis(srcW, dstW);
-    ay_ = makeAxis(srcH, dstH);
-    twoTapY_ = dstH >= srcH;
-    // Enlarging axes have at most two taps; they run through fixed two-tap
-    // loops (a single tap is the same sum with a zero second weight).
-    const bool twoTapX = dstW >= srcW;
-    std::unique_ptr<int32_t[]> second;
-    std::unique_ptr<uint16_t[]> w0, w1;
-    if (twoTapX) {
-        second = allocArray<int32_t>(size_t(dstW));
-        w0 = allocArray<uint16_t>(size_t(dstW));
-        w1 = allocArray<uint16_t>(size_t(dstW));
-        for (int x = 0; x < dstW; ++x) {
-            const bool two = ax.offset[x + 1] - ax.offset[x] == 2;
-            second[x] = ax.first[x] + (two ? 1 : 0);
-            w0[x] = ax.weight[ax.offset[x]];
-            w1[x] = two ? ax.weight[ax.offset[x] + 1] : 0;
-        }
+        case Path::Factor3:
+            for (int x = 0; x < dstW; ++x) h[x] = factor3At(x, srcW_, 171, get);
+            return;
+        case Path::General: break;
     }
     // The horizontal pass keeps 1/256 fractions; the rows drop both.
-#pragma omp parallel for schedule(dynamic, 1) if (team)
-    for (int y = 0; y < srcH; ++y) {
-        const uint16_t* s = src + size_t(y) * srcW;
-        uint32_t* h = scratch + size_t(y) * dstW;
-        if (twoTapX) {
-            for (int x = 0; x < dstW; ++x) h[x] = w0[x] * uint32_t(s[ax.first[x]]) + w1[x] * uint32_t(s[second[x]]);
-            continue;
-        }
-        for (int x = 0; x < dstW; ++x) {
-            const uint16_t* tap = s + ax.first[x];
-            uint32_t acc = 0;
-            for (uint32_t t = ax.offset[x], k = 0; t < ax.offset[x + 1]; ++t, ++k) acc += ax.weight[t] * uint32_t(tap[k]);
-            h[x] = acc;
-        }
+    if (twoTapX_) {
+        const int32_t* first = ax_.first.get();
+        const int32_t* second = second_.get();
+        const uint16_t* w0 = w0_.get();
+        const uint16_t* w1 = w1_.get();
+        for (int x = 0; x < dstW; ++x) h[x] = w0[x] * uint32_t(s[first[x]]) + w1[x] * uint32_t(s[second[x]]);
+        return;
+    }
+    for (int x = 0; x < dstW; ++x) {
+        const uint16_t* tap = s + ax_.first[x];
+        uint32_t acc = 0;
+        for (uint32_t t = ax_.offset[x], k = 0; t < ax_.offset[x + 1]; ++t, ++k) acc += ax_.weight[t] * uint32_t(tap[k]);
+        h[x] = acc;
     }
 }
 
-void DepthResizer::row(int y, uint16_t* d) const {
+void DepthResizer::row(int y, const uint32_t* scratch, uint16_t* d) const {
     const int dstW = dstW_;
-    const uint32_t* scratch = scratch_;
     switch (path_) {
         case Path::None: return;
         case Path::Zero: std::memset(d, 0, size_t(dstW) * 2); return;
@@ -367,7 +407,7 @@ void DepthResizer::row(int y, uint16_t* d) const {
         const bool two = t1 - t0 == 2;
         const uint32_t* r1 = two ? rows + dstW : rows;
         const uint32_t a = ay_.weight[t0], b = two ? ay_.weight[t0 + 1] : 0;
-        for (int x = 0; x < dstW; ++x) d[x] = uint16_t((a * rows[x] + b * r1[x]) >> 16);
+        blendRows(d, rows, r1, a, b, uint32_t(dstW));
         return;
     }
     for (int x = 0; x < dstW; ++x) {
@@ -377,23 +417,84 @@ void DepthResizer::row(int y, uint16_t* d) const {
     }
 }
 
-void DepthResizer::all(uint16_t* dst) const {
-#pragma omp parallel for schedule(dynamic, 1) if (worthATeam(size_t(dstH_) * dstW_))
-    for (int y = 0; y < dstH_; ++y) row(y, dst + size_t(y) * dstW_);
+uint16_t DepthResizer::at(int y, int x, const uint32_t* scratch) const {
+    // The same arithmetic as row(), for one column of scratch rows.
+    const size_t dstW = size_t(dstW_);
+    auto h = [&](int r) { return scratch[size_t(r) * dstW + size_t(x)]; };
+    switch (path_) {
+        case Path::None:
+        case Path::Zero: return 0;
+        case Path::Factor2: {
+            const int nearRow = y >> 1;
+            const int farRow = (y & 1) ? std::min(nearRow + 1, srcH_ - 1) : std::max(nearRow - 1, 0);
+            return uint16_t(half2(h(nearRow), h(farRow)));
+        }
+        case Path::Factor3: {
+            const int i = y / 3;
+            switch (y - 3 * i) {
+                case 1: return uint16_t(h(i));
+                case 2: return uint16_t((171 * h(i) + 85 * h(std::min(i + 1, srcH_ - 1))) >> 8);
+                default: return uint16_t((86 * h(std::max(i - 1, 0)) + 170 * h(i)) >> 8);
+            }
+        }
+        case Path::General: break;
+    }
+    uint32_t acc = 0;
+    for (uint32_t t = ay_.offset[y], k = 0; t < ay_.offset[y + 1]; ++t, ++k)
+        acc += ay_.weight[t] * h(ay_.first[y] + int(k));
+    return uint16_t(acc >> 16);
 }
 
-void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH,
-                        uint32_t* scratch) {
-    DepthResizer(src, srcW, srcH, dstW, dstH, scratch, true).all(dst);
+namespace {
+void resizeWhole(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH, bool generalOnly) {
+    DepthResizer r;
+    r.configure(srcW, srcH, dstW, dstH, generalOnly);
+    auto scratch = allocArray<uint32_t>(std::max<size_t>(r.scratchSize(), 1));
+    if (srcW > 0)
+        for (int y = 0; y < srcH; ++y) r.horizontalRow(src + size_t(y) * srcW, y, scratch.get());
+    for (int y = 0; y < dstH; ++y) r.row(y, scratch.get(), dst + size_t(y) * dstW);
 }
-
-void resizeDepth(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH, uint32_t* scratch) {
-    DepthResizer(src, srcW, srcH, dstW, dstH, scratch).all(dst);
-}
+}  // namespace
 
 void resizeDepth(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH) {
-    auto scratch = allocArray<uint32_t>(std::max<size_t>(resizeScratchSize(srcH, dstW), 1));
-    resizeDepth(dst, src, srcW, srcH, dstW, dstH, scratch.get());
+    resizeWhole(dst, src, srcW, srcH, dstW, dstH, false);
+}
+
+void resizeDepthGeneral(uint16_t* dst, const uint16_t* src, int srcW, int srcH, int dstW, int dstH) {
+    resizeWhole(dst, src, srcW, srcH, dstW, dstH, true);
+}
+
+namespace {
+
+int fillBlendVariants(BlendVariant* v) {
+    int n = 0;
+    v[n++] = {"C", BlendGroups_C};
+#if defined(__x86_64__) || defined(__i386__)
+    if (cpuHasAvx2()) v[n++] = {"AVX2", BlendGroups_AVX2};
+#endif
+    return n;
+}
+
+KernelDispatch<BlendRowsFn, 2> g_blend(fillBlendVariants);
+
+}  // namespace
+
+// On ARM the compiler vectorises this loop with NEON itself.
+void BlendRows_C(uint16_t* dst, const uint32_t* r0, const uint32_t* r1, uint32_t w0, uint32_t w1, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) dst[i] = uint16_t((w0 * r0[i] + w1 * r1[i]) >> 16);
+}
+
+void BlendGroups_C(uint16_t* dst, const uint32_t* r0, const uint32_t* r1, uint32_t w0, uint32_t w1, uint32_t groups) {
+    BlendRows_C(dst, r0, r1, w0, w1, groups * 8);
+}
+
+int blendVariants(const BlendVariant** out) { return g_blend.variants(out); }
+void setBlendKernel(BlendRowsFn fn) { g_blend.set(fn); }
+
+void blendRows(uint16_t* dst, const uint32_t* r0, const uint32_t* r1, uint32_t w0, uint32_t w1, uint32_t count) {
+    const uint32_t groups = count / 8;
+    g_blend.kernel()(dst, r0, r1, w0, w1, groups);
+    BlendRows_C(dst + 8 * groups, r0 + 8 * groups, r1 + 8 * groups, w0, w1, count - 8 * groups);
 }
 
 }  // namespace kvdsr::depthview

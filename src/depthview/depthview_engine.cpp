@@ -7,13 +7,13 @@
 #include <cstring>
 #include <memory>
 
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 #include "calibration/calib_parser.h"
 #include "calibration/geometry.h"
 #include "common/alloc.h"
 #include "common/aspect.h"
 #include "common/camera_layout.h"
-#include "common/colorconv.h"
+#include "common/frame_team.h"
 #include "depthview/depth_steps.h"
 #include "depthview/synthesis.h"
 
@@ -37,14 +37,17 @@ struct DepthViewState {
     uint32_t width = 0, height = 0, depthWidth = 0, depthHeight = 0;
     std::unique_ptr<uint16_t[]> shiftTable;     // 1024 x width
     std::unique_ptr<uint16_t[]> depthBuffer;    // depthWidth x depthHeight, filtered
-    std::unique_ptr<uint16_t[]> depthUpscaled;  // width x height
+    DepthResizer resizer;                       // for the Init sizes, set up on the first frame
 
-    // Per-frame temporaries, kept between frames (grow-only).
+    // Per-frame temporaries, kept between frames (grow-only), sized before
+    // the frame's team call: its work items do not allocate.
     GrowBuffer depthTemp;      // converted map before the minimum filter
     GrowBuffer depthAligned;   // 16-bit map given at an odd address
+    GrowBuffer invalidList;    // pixels the hole filling repairs
     GrowBuffer resizeScratch;  // horizontal pass of the resize
-    GrowBuffer sourceImage;    // packed 4:4:4 input
-    GrowBuffer synthImage;     // 4:4:4 (side-by-side: double width) output
+    GrowBuffer rowExtremes;    // minimum and maximum of each filtered row
+    GrowBuffer slots;          // per-thread rows
+    GrowBuffer zeroRow;        // the source of an image the 4:4:4 conversion refuses
 };
 
 DepthViewState g_state;
@@ -58,50 +61,6 @@ template <class T>
 T* bufferOf(GrowBuffer& b, size_t count) {
     b.grow(std::max<size_t>(count * sizeof(T), 1));
     return reinterpret_cast<T*>(b.data());
-}
-
-// Depth conversion, hole filling and minimum filter into depthBuffer.
-// Returns false for an unknown depth format.
-bool prepareDepth(DepthViewState& s, const kvDSR_ImageDesc& depth, int dw, int dh) {
-    const size_t n = size_t(dw) * dh;
-    const float focalPx = float(dw) * (s.focalLength / (s.sensorWidth * s.pixelSize));
-    uint16_t* temp = bufferOf<uint16_t>(s.depthTemp, n);
-    if (depth.format == kvDSR_FMT_DEPTH8) {
-        uint8_t* map = depth.plane[0];
-        fillInvalidDepth8(map, dw, dh);
-        const uint8_t scale = dh ? uint8_t((1440 / dh) & 0xFF) : 0;
-        disparity8ToDepth(temp, map, dw, dh, scale, 1023, 255, focalPx, s.baseline);
-        minFilterDepth(s.depthBuffer.get(), temp, dw, dh, 2);
-        return true;
-    }
-    if (depth.format == kvDSR_FMT_DEPTH16) {
-        // A plane at an odd address is repaired in an aligned copy, which is
-        // then written back, rather than read through a misaligned pointer.
-        const bool aligned = reinterpret_cast<uintptr_t>(depth.plane[0]) % alignof(uint16_t) == 0;
-        uint16_t* map = aligned ? reinterpret_cast<uint16_t*>(depth.plane[0])
-                                : bufferOf<uint16_t>(s.depthAligned, n);
-        if (!aligned) std::memcpy(map, depth.plane[0], n * 2);
-        fillInvalidDepth16(map, dw, dh);
-        if (!aligned) std::memcpy(depth.plane[0], map, n * 2);
-        disparity16ToDepth(temp, map, dw, dh, 8, 1023, 1023, focalPx, s.baseline);
-        minFilterDepth(s.depthBuffer.get(), temp, dw, dh, 3);
-        return true;
-    }
-    return false;
-}
-
-bool depthIsFlat(const uint16_t* map, size_t n) {
-    uint16_t lo = 65535, hi = 0;
-    for (size_t i = 0; i < n; ++i) {
-        lo = std::min(lo, map[i]);
-        hi = std::max(hi, map[i]);
-    }
-    return lo == hi;
-}
-
-// The flat-depth copy reads plane 0 as the base of the whole image.
-size_t flatImageBytes(const kvDSR_ImageDesc& image, size_t w, size_t h) {
-    return image.format == kvDSR_FMT_YUV420SP ? w * h * 3 / 2 : w * h * 3;
 }
 
 bool packedStrides(const kvDSR_ImageDesc& image, uint32_t width) {
@@ -120,31 +79,253 @@ uint32_t checkPaddedPlanes(const kvDSR_ImageDesc& image, uint32_t width) {
     return kvDSR_OK;
 }
 
-void copyPaddedPlanes(uint8_t* packed, const kvDSR_ImageDesc& image, size_t w, size_t h) {
-    for (int i = 0; i < 3; ++i)
-        for (size_t y = 0; y < h; ++y)
-            std::memcpy(packed + (i * h + y) * w, image.plane[i] + y * image.stride[i], w);
-}
+// The flat-depth shortcut copies the image's rows, plane after plane, to
+// output rows outStride apart (side by side: into both halves). Each plane
+// is read within its own rows, where the synthesis would read it: packed
+// 0xF02 planes back to back from plane 0, other planes at their own pointer
+// and stride. For planes a caller lays out back to back this is the whole
+// frame copied at once; rows of an absent plane are left as they are.
+struct FlatCopy {
+    uint8_t* out;
+    size_t outStride;
+    bool sideBySide;
+    const kvDSR_ImageDesc* image;
+    size_t width, height;
 
-// 0xF01 frames the 4:4:4 conversion accepts go through the fused 4:2:0
-// synthesis (same bytes); the others through the 4:4:4 images.
+    size_t rows() const {
+        return image->format == kvDSR_FMT_YUV420SP ? height + height / 2 : 3 * height;
+    }
+    // Row r of all the planes' rows.
+    void row(size_t r) const {
+        const size_t w = width, h = height;
+        const bool is420 = image->format == kvDSR_FMT_YUV420SP;
+        const size_t p = r / h, y = r % h;  // 4:2:0 chroma rows follow the luma rows
+        const uint8_t* src;
+        if (!is420 && packedStrides(*image, uint32_t(width))) {
+            src = image->plane[0] + (p * h + y) * w;
+        } else {
+            if (!image->plane[p]) return;
+            src = image->plane[p] + y * (image->stride[p] ? image->stride[p] : w);
+        }
+        uint8_t* dst = out + r * outStride;
+        std::memcpy(dst, src, w);
+        if (sideBySide) std::memcpy(dst + w, src, w);
+    }
+};
+
+// 0xF01 frames whose strides the 4:4:4 conversion accepts are synthesised
+// from their planes; the others from the all-zero image the refused
+// conversion leaves.
 bool directStrides(const kvDSR_ImageDesc& image, uint32_t width) {
     const uint32_t sy = image.stride[0], suv = image.stride[1];
     return width > 0 && (sy == 0 || sy >= width) && (suv == 0 || suv >= width);
 }
 
-// 0xF01 input to a packed 4:4:4 image. A conversion the converter refuses
-// (stride below the width) leaves a defined all-zero image.
-void to444(uint8_t* dst, const kvDSR_ImageDesc& image, uint32_t w, uint32_t h) {
-    const size_t plane = size_t(w) * h;
-    if (!ycbcr420spTo444p(image.plane[0], image.stride[0], image.plane[1], image.stride[1], dst, dst + plane,
-                          dst + 2 * plane, w, w, h))
-        std::memset(dst, 0, 3 * plane);
+// The code a frame ends with when its depth is not flat, decided before any
+// work; kvDSR_OK when it is rendered.
+uint32_t renderCode(const kvDSR_ImageDesc& image, uint32_t width) {
+    if (image.format == kvDSR_FMT_YUV420SP)
+        return image.plane[0] && image.plane[1] ? kvDSR_OK : kvDSR_ERR_NULL_POINTER;
+    if (image.format == kvDSR_FMT_YUV444P) {
+        if (packedStrides(image, width)) return image.plane[0] ? kvDSR_OK : kvDSR_ERR_NULL_POINTER;
+        return checkPaddedPlanes(image, width);
+    }
+    return kvDSR_ERR_IMAGE_FORMAT;
 }
 
-void clear444(uint8_t* img, size_t lumaBytes) {
-    std::memset(img, 0, lumaBytes);
-    std::memset(img + lumaBytes, 128, 2 * lumaBytes);
+// The code when it is flat.
+uint32_t flatCode(const kvDSR_ImageDesc& image) {
+    if (image.format != kvDSR_FMT_YUV420SP && image.format != kvDSR_FMT_YUV444P) return kvDSR_ERR_DEPTH_FORMAT;
+    return image.plane[0] ? kvDSR_OK : kvDSR_ERR_NULL_POINTER;
+}
+
+size_t roundUp16(size_t n) { return (n + 15) & ~size_t(15); }
+
+constexpr uint32_t kConvertRows = 16;  // rows of the depth map converted per work item
+
+// One frame of Run or Run_SideBySide: its stages, in one call of the frame
+// team, and what they share. The depth map is repaired (one item: the order
+// of its passes is part of the result), converted, filtered and resized
+// horizontally row by row; each output row then makes its own row of depth
+// levels and synthesises, or copies the input when the filtered map is flat.
+struct Frame {
+    DepthViewState& s;
+    const kvDSR_ImageDesc& depth;
+    int dw, dh, radius;
+    uint16_t table[1024];
+    const uint16_t* map16 = nullptr;  // repaired 16-bit map, aligned
+    uint32_t* list = nullptr;
+    uint16_t* aligned = nullptr;
+    uint16_t* temp = nullptr;
+    uint16_t* extremes = nullptr;  // 2 per filtered row
+    uint32_t* hScratch = nullptr;
+    uint8_t* slots = nullptr;
+    size_t slotBytes = 0;
+    bool flat = false;
+
+    // Output, when rendered.
+    bool render = false;
+    bool is420 = false;
+    Frame420 f420{};
+    Frame444 f444{};
+    FlatCopy copy{};
+
+    Frame(DepthViewState& st, const kvDSR_ImageDesc& d, int w, int h) : s(st), depth(d), dw(w), dh(h) {}
+
+    uint16_t* levelsOf(int slot) const { return reinterpret_cast<uint16_t*>(slots + size_t(slot) * slotBytes); }
+    uint16_t* colMinOf(int slot) const { return levelsOf(slot) + s.width; }
+    uint8_t* rowScratchOf(int slot) const {
+        return reinterpret_cast<uint8_t*>(colMinOf(slot) + size_t(dw));
+    }
+
+    void repair() {
+        if (depth.format == kvDSR_FMT_DEPTH8)
+            fillInvalidDepth8(depth.plane[0], dw, dh, list);
+        else
+            map16 = fillInvalidDepth16Plane(depth.plane[0], dw, dh, aligned, list);
+    }
+    void convert(uint32_t item) {
+        const size_t first = size_t(item) * kConvertRows * dw;
+        const size_t n = std::min<size_t>(size_t(kConvertRows) * dw, size_t(dw) * dh - first);
+        if (depth.format == kvDSR_FMT_DEPTH8)
+            applyDepthTable8(temp + first, depth.plane[0] + first, n, table);
+        else
+            applyDepthTable16(temp + first, map16 + first, n, table);
+    }
+    void filterRow(int y, int slot) {
+        uint16_t* depthBuffer = s.depthBuffer.get();
+        minFilterDepthRow(depthBuffer, temp, dw, dh, radius, y, colMinOf(slot));
+        const uint16_t* row = depthBuffer + size_t(y) * dw;
+        uint16_t lo = 65535, hi = 0;
+        for (int x = 0; x < dw; ++x) {
+            lo = std::min(lo, row[x]);
+            hi = std::max(hi, row[x]);
+        }
+        extremes[2 * y] = lo;
+        extremes[2 * y + 1] = hi;
+        s.resizer.horizontalRow(row, y, hScratch);
+    }
+    bool depthIsFlat() const {
+        uint16_t lo = 65535, hi = 0;
+        for (int y = 0; y < dh; ++y) {
+            lo = std::min(lo, extremes[2 * y]);
+            hi = std::max(hi, extremes[2 * y + 1]);
+        }
+        return dw > 0 && dh > 0 && lo == hi;
+    }
+    void outputRow(int y, int slot) {
+        if (flat) {
+            for (size_t r = size_t(y); r < copy.rows(); r += s.height) copy.row(r);
+            return;
+        }
+        uint16_t* levels = levelsOf(slot);
+        s.resizer.row(y, hScratch, levels);
+        if (is420)
+            renderRow420(f420, y, levels, rowScratchOf(slot));
+        else
+            renderRow444(f444, y, levels, reinterpret_cast<uint16_t*>(rowScratchOf(slot)));
+    }
+};
+
+// Sizes the frame's buffers and builds its conversion table: everything
+// that allocates happens here, before the caller's memory is touched.
+void prepare(Frame& f, bool sideBySide) {
+    DepthViewState& s = f.s;
+    const size_t n = size_t(f.dw) * f.dh;
+    const float focalPx = float(f.dw) * (s.focalLength / (s.sensorWidth * s.pixelSize));
+    if (f.depth.format == kvDSR_FMT_DEPTH8) {
+        f.radius = 2;
+        depthTable8(f.table, f.dh ? uint8_t((1440 / f.dh) & 0xFF) : 0, 1023, 255, focalPx, s.baseline);
+    } else {
+        f.radius = 3;
+        depthTable16(f.table, 8, 1023, 1023, focalPx, s.baseline);
+        if (!isAligned16(f.depth.plane[0])) f.aligned = bufferOf<uint16_t>(s.depthAligned, n);
+    }
+    f.list = bufferOf<uint32_t>(s.invalidList, n);
+    f.temp = bufferOf<uint16_t>(s.depthTemp, n);
+    f.extremes = bufferOf<uint16_t>(s.rowExtremes, 2 * size_t(f.dh));
+    if (!s.resizer.configuredFor(f.dw, f.dh, int(s.width), int(s.height)))
+        s.resizer.configure(f.dw, f.dh, int(s.width), int(s.height));
+    f.hScratch = bufferOf<uint32_t>(s.resizeScratch, s.resizer.scratchSize());
+    const size_t w = s.width;
+    f.slotBytes = roundUp16(2 * w + 2 * size_t(f.dw) + std::max(row420ScratchBytes(int(w), sideBySide), 2 * w));
+    f.slots = bufferOf<uint8_t>(s.slots, f.slotBytes * size_t(teamSlots()));
+}
+
+// Runs the frame's stages; the output stage only when f.render is set.
+void runFrame(Frame& f) {
+    const DepthViewState& s = f.s;
+    const uint32_t convertItems = uint32_t((size_t(f.dh) + kConvertRows - 1) / kConvertRows);
+    Stages stages{1, f.dw > 0 ? convertItems : 0u, uint32_t(f.dh)};
+    if (f.render) {
+        stages.add(1);
+        stages.add(s.height);
+    }
+    const bool useTeam = size_t(s.width) * s.height >= kTeamMinPixels;
+    runStages(stages, useTeam, [&f](int stage, uint32_t item, int slot) {
+        switch (stage) {
+            case 0: f.repair(); break;
+            case 1: f.convert(item); break;
+            case 2: f.filterRow(int(item), slot); break;
+            case 3: f.flat = f.depthIsFlat(); break;
+            default: f.outputRow(int(item), slot); break;
+        }
+    });
+}
+
+// Run and Run_SideBySide: out is width (side by side 2 * width) pixels wide.
+uint32_t renderFrame(uint8_t* out, bool sideBySide, const kvDSR_ImageDesc& image, const kvDSR_ImageDesc& depth,
+                     int depthWidth, int depthHeight) {
+    DepthViewState& s = g_state;
+    const size_t w = s.width, h = s.height, outWidth = sideBySide ? 2 * w : w;
+    Frame f(s, depth, depthWidth, depthHeight);
+    prepare(f, sideBySide);
+    f.copy = {out, outWidth, sideBySide, &image, w, h};
+
+    const uint32_t code = renderCode(image, s.width);
+    f.render = code == kvDSR_OK;
+    if (!f.render) {
+        // Whether the frame fails depends on the depth: work it out first.
+        runFrame(f);
+        if (!f.depthIsFlat()) return code;
+        if (uint32_t rc = flatCode(image)) return rc;
+        for (size_t r = 0; r < f.copy.rows(); ++r) f.copy.row(r);
+        return kvDSR_OK;
+    }
+
+    if (image.format == kvDSR_FMT_YUV420SP) {
+        f.is420 = true;
+        Frame420& o = f.f420;
+        o = {out, out + h * outWidth, sideBySide, image.plane[0], image.stride[0] ? image.stride[0] : w,
+             image.plane[1], image.stride[1] ? image.stride[1] : w, 128, s.shiftTable.get(), s.firstColumn,
+             int(w), int(h)};
+        if (!directStrides(image, s.width)) {
+            const uint8_t* zero = bufferOf<uint8_t>(s.zeroRow, w + 1);
+            std::memset(s.zeroRow.data(), 0, w + 1);
+            o.srcY = o.srcUV = zero;
+            o.strideY = o.strideUV = 0;
+            o.lastCr = 0;
+        }
+    } else {
+        Frame444& o = f.f444;
+        const size_t plane = w * h;
+        o = {out, outWidth, sideBySide ? 2 * plane : plane, sideBySide, false, {}, {}, s.shiftTable.get(),
+             s.firstColumn, int(w), int(h)};
+        if (packedStrides(image, s.width)) {
+            o.clear = !sideBySide;
+            for (int p = 0; p < 3; ++p) {
+                o.src[p] = image.plane[0] + p * plane;
+                o.srcStride[p] = w;
+            }
+        } else {
+            for (int p = 0; p < 3; ++p) {
+                o.src[p] = image.plane[p];
+                o.srcStride[p] = image.stride[p];
+            }
+        }
+    }
+    runFrame(f);
+    return kvDSR_OK;
 }
 
 }  // namespace
@@ -184,10 +365,7 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
         cam.focalLength = summary.focalLength;
     } else {
         // Other kinds refresh only the baseline, from the kind-3 positions.
-        for (int i = 0; i < 12; ++i) {
-            summary.projection1[i] = calib::load<float>(block, calib::kSectionOffset[1] + calib::sec::kProjection + 4 * i);
-            summary.projection2[i] = calib::load<float>(block, calib::kSectionOffset[2] + calib::sec::kProjection + 4 * i);
-        }
+        calib::readProjections(block, summary.projection1, summary.projection2);
     }
     double p1[12], p2[12];
     for (int i = 0; i < 12; ++i) {
@@ -198,10 +376,9 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     if (width < height) std::swap(cam.sensorWidth, sensorHeight);
 
     auto depthBuffer = allocArray<uint16_t>(size_t(depthWidth) * depthHeight);
-    auto depthUpscaled = allocArray<uint16_t>(size_t(width) * height);
     auto shiftTable = allocArray<uint16_t>(size_t(kDepthLevels) * width);
     double viewMatrix[16];
-    buildViewMatrix(viewMatrix, cam, viewShift);
+    virtualCamera(viewMatrix, cam, viewShift);
     buildShiftTable(shiftTable.get(), viewMatrix, cam, width);
 
     s.sensorWidth = cam.sensorWidth;
@@ -216,7 +393,7 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     s.depthWidth = depthWidth;
     s.depthHeight = depthHeight;
     s.depthBuffer = std::move(depthBuffer);
-    s.depthUpscaled = std::move(depthUpscaled);
+    s.resizer = DepthResizer();
     s.shiftTable = std::move(shiftTable);
     s.initialised = true;
     return kvDSR_OK;
@@ -224,138 +401,30 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
 
 uint32_t run(uint8_t* out, const kvDSR_ImageDesc& image, uint32_t width, uint32_t height,
              const kvDSR_ImageDesc& depth, uint16_t depthWidth, uint16_t depthHeight) {
-    DepthViewState& s = g_state;
-    const size_t w = width, h = height, plane = w * h;
-    if (!prepareDepth(s, depth, depthWidth, depthHeight)) return kvDSR_ERR_DEPTH_FORMAT;
-
-    const size_t mapSize = size_t(depthWidth) * depthHeight;
-    if (mapSize && depthIsFlat(s.depthBuffer.get(), mapSize)) {
-        if (image.format != kvDSR_FMT_YUV420SP && image.format != kvDSR_FMT_YUV444P) return kvDSR_ERR_DEPTH_FORMAT;
-        if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
-        std::memcpy(out, image.plane[0], flatImageBytes(image, w, h));
-        return kvDSR_OK;
-    }
-
-    uint32_t* scratch = bufferOf<uint32_t>(s.resizeScratch, resizeScratchSize(depthHeight, int(width)));
-    const uint16_t* table = s.shiftTable.get();
-    if (image.format == kvDSR_FMT_YUV420SP) {
-        if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
-        if (directStrides(image, width)) {
-            // The upscaled depth rows are made inside the synthesis.
-            const DepthResizer rows(s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
-            synthesizeView420({out, out + plane, false, image.plane[0], image.stride[0], image.plane[1],
-                               image.stride[1], nullptr, &rows, table, s.firstColumn, int(width), int(height)});
-            return kvDSR_OK;
-        }
-    }
-    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, int(width), int(height), scratch);
-    const uint16_t* depthMap = s.depthUpscaled.get();
-    if (image.format == kvDSR_FMT_YUV420SP) {
-        uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
-        uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 3 * plane);
-        to444(src, image, width, height);
-        clear444(dst, plane);
-        const uint8_t* const sp[3] = {src, src + plane, src + 2 * plane};
-        uint8_t* const dp[3] = {dst, dst + plane, dst + 2 * plane};
-        synthesizeView(dp, w, sp, w, depthMap, table, s.firstColumn, int(width), int(height));
-        ycbcr444pTo420sp(dp[0], dp[1], dp[2], width, out, width, out + plane, width, width, height);
-        return kvDSR_OK;
-    }
-    if (image.format == kvDSR_FMT_YUV444P) {
-        const uint8_t* src;
-        if (packedStrides(image, width)) {
-            if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
-            src = image.plane[0];
-            clear444(out, plane);
-        } else {
-            if (uint32_t rc = checkPaddedPlanes(image, width)) return rc;
-            uint8_t* packed = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
-            copyPaddedPlanes(packed, image, w, h);
-            src = packed;
-        }
-        const uint8_t* const sp[3] = {src, src + plane, src + 2 * plane};
-        uint8_t* const dp[3] = {out, out + plane, out + 2 * plane};
-        synthesizeView(dp, w, sp, w, depthMap, table, s.firstColumn, int(width), int(height));
-        return kvDSR_OK;
-    }
-    return kvDSR_ERR_IMAGE_FORMAT;
+    (void)width;
+    (void)height;  // the interface has checked them against Init's
+    return renderFrame(out, false, image, depth, depthWidth, depthHeight);
 }
 
 uint32_t runSideBySide(uint8_t* out, const kvDSR_ImageDesc& image, uint16_t width, uint16_t height,
                        const kvDSR_ImageDesc& depth, uint16_t depthWidth, uint16_t depthHeight) {
-    DepthViewState& s = g_state;
-    const size_t w = width, h = height, plane = w * h, outWidth = 2 * w;
-    if (!prepareDepth(s, depth, depthWidth, depthHeight)) return kvDSR_ERR_DEPTH_FORMAT;
-
-    const size_t mapSize = size_t(depthWidth) * depthHeight;
-    if (mapSize && depthIsFlat(s.depthBuffer.get(), mapSize)) {
-        if (image.format != kvDSR_FMT_YUV420SP && image.format != kvDSR_FMT_YUV444P) return kvDSR_ERR_DEPTH_FORMAT;
-        if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
-        const size_t rows = image.format == kvDSR_FMT_YUV420SP ? h * 3 / 2 : h * 3;
-        for (size_t r = 0; r < rows; ++r) {
-            const uint8_t* row = image.plane[0] + r * w;
-            std::memcpy(out + r * outWidth, row, w);
-            std::memcpy(out + r * outWidth + w, row, w);
-        }
-        return kvDSR_OK;
-    }
-
-    uint32_t* scratch = bufferOf<uint32_t>(s.resizeScratch, resizeScratchSize(depthHeight, width));
-    const uint16_t* table = s.shiftTable.get();
-    if (image.format == kvDSR_FMT_YUV420SP) {
-        if (!image.plane[0] || !image.plane[1]) return kvDSR_ERR_NULL_POINTER;
-        if (directStrides(image, width)) {
-            const DepthResizer rows(s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
-            synthesizeView420({out, out + h * outWidth, true, image.plane[0], image.stride[0], image.plane[1],
-                               image.stride[1], nullptr, &rows, table, s.firstColumn, width, height});
-            return kvDSR_OK;
-        }
-    }
-    resizeDepth(s.depthUpscaled.get(), s.depthBuffer.get(), depthWidth, depthHeight, width, height, scratch);
-    const uint16_t* depthMap = s.depthUpscaled.get();
-    // Input rows (3 * height of them, packed) into the right halves.
-    auto copyRightHalves = [&](uint8_t* dst, const uint8_t* src) {
-        for (size_t r = 0; r < 3 * h; ++r) std::memcpy(dst + r * outWidth + w, src + r * w, w);
-    };
-    if (image.format == kvDSR_FMT_YUV420SP) {
-        uint8_t* src = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
-        uint8_t* dst = bufferOf<uint8_t>(s.synthImage, 6 * plane);
-        to444(src, image, width, height);
-        clear444(dst, 2 * plane);
-        synthesizeViewSideBySide(dst, src, depthMap, table, s.firstColumn, width, height);
-        copyRightHalves(dst, src);
-        ycbcr444pTo420sp(dst, dst + 2 * plane, dst + 4 * plane, uint32_t(outWidth), out, uint32_t(outWidth),
-                         out + h * outWidth, uint32_t(outWidth), uint32_t(outWidth), height);
-        return kvDSR_OK;
-    }
-    if (image.format == kvDSR_FMT_YUV444P) {
-        const uint8_t* src;
-        if (packedStrides(image, width)) {
-            if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
-            src = image.plane[0];
-        } else {
-            if (uint32_t rc = checkPaddedPlanes(image, width)) return rc;
-            uint8_t* packed = bufferOf<uint8_t>(s.sourceImage, 3 * plane);
-            copyPaddedPlanes(packed, image, w, h);
-            src = packed;
-        }
-        synthesizeViewSideBySide(out, src, depthMap, table, s.firstColumn, width, height);
-        copyRightHalves(out, src);
-        return kvDSR_OK;
-    }
-    return kvDSR_ERR_IMAGE_FORMAT;
+    (void)width;
+    (void)height;
+    return renderFrame(out, true, image, depth, depthWidth, depthHeight);
 }
 
 uint32_t close() {
     DepthViewState& s = g_state;
     s.shiftTable.reset();
     s.depthBuffer.reset();
-    s.depthUpscaled.reset();
+    s.resizer = DepthResizer();
     s.depthTemp.release();
     s.depthAligned.release();
+    s.invalidList.release();
     s.resizeScratch.release();
-    s.sourceImage.release();
-    s.synthImage.release();
+    s.rowExtremes.release();
+    s.slots.release();
+    s.zeroRow.release();
     s.initialised = false;
     return kvDSR_OK;
 }

@@ -1,13 +1,12 @@
 #include "depthview/synthesis.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
-#include "common/alloc.h"
+#include "common/virtual_camera.h"
 
 namespace kvdsr::depthview {
 
@@ -23,140 +22,55 @@ uint16_t toColumn(double v) {
     return uint16_t(uint32_t(v));
 }
 
-inline void fillGap(uint8_t* row, int prev, int gap, uint8_t a, uint8_t b, double inverseGap) {
+// Walks one row's targets: land(prev, t, x) for a pixel that lands after a
+// gap (or after pixels that vanished), run(t, x, n) for the n pixels after
+// it that each land one column right of the last. In a run the gap is one
+// column and its left end already holds the left neighbour, so a run is a
+// straight copy.
+template <class Land, class Run>
+inline void scanRow(const uint16_t* targets, int32_t firstColumn, int width, Land&& land, Run&& run) {
+    int prev = firstColumn < 0 ? 0 : firstColumn;
+    if (prev >= width - 1) return;  // no target can lie right of prev
+    int x = 1;
+    while (x < width) {
+        const int t = targets[x];
+        // prev < t < width in one comparison (prev < width - 1 holds).
+        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) {
+            ++x;
+            continue;
+        }
+        land(prev, t, x);
+        const int limit = std::min(width, x + (width - t));  // the run's targets stay below width
+        const int n = runEnd(targets, x + 1, limit, uint16_t(t + 1)) - x - 1;
+        if (n) run(t + 1, x + 1, n);
+        prev = t + n;
+        x += n + 1;
+    }
+}
+
+// floor((i * b + (gap - i) * a) * (1.0 / gap)); never negative, so the
+// truncating conversion is the floor.
+inline uint8_t lerp(int i, int gap, uint8_t a, uint8_t b, double inverseGap) {
+    return uint8_t(int32_t((i * b + (gap - i) * a) * inverseGap));
+}
+
+// Columns prev .. prev + gap from a (at prev) to b (at prev + gap).
+inline void fillGap(uint8_t* row, int prev, int gap, uint8_t a, uint8_t b) {
     row[prev] = a;
     if (gap > 2) {
-        for (int i = 1; i < gap; ++i) row[prev + i] = uint8_t(std::floor((i * b + (gap - i) * a) * inverseGap));
+        const double inverseGap = 1.0 / gap;
+        for (int i = 1; i < gap; ++i) row[prev + i] = lerp(i, gap, a, b, inverseGap);
     } else if (gap == 2) {
         row[prev + 1] = uint8_t((a + b) >> 1);
     }
     row[prev + gap] = b;
 }
 
-// One row for the first `Planes` planes; the landing columns do not depend
-// on the planes, so a row synthesised for luma only has the same luma.
-template <int Planes>
-void synthesizeRow(uint8_t* const d[], const uint8_t* const s[], const uint16_t* depthRow,
-                   const uint16_t* shiftTable, int32_t firstColumn, int width) {
-    int prev = firstColumn < 0 ? 0 : firstColumn;
-    if (prev >= width - 1) return;  // no target can lie right of prev
-    auto target = [&](int x) {
-        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
-        return int(shiftTable[size_t(level) * width + x]);
-    };
-    // Source column of the last landing: when it is x - 1, dst(prev) already
-    // holds src(x - 1) and need not be stored again.
-    int lastSource = -1;
-    int x = 1;
-    while (x < width) {
-        const int t = target(x);
-        // t > prev and t < width in one comparison (prev < width - 1 holds).
-        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) {
-            ++x;
-            continue;
-        }
-        const int gap = t - prev;
-        if (gap == 1) {
-            if (lastSource != x - 1)
-                for (int p = 0; p < Planes; ++p) d[p][prev] = s[p][x - 1];
-            for (int p = 0; p < Planes; ++p) d[p][t] = s[p][x];
-        } else {
-            const double inverseGap = 1.0 / gap;
-            for (int p = 0; p < Planes; ++p) fillGap(d[p], prev, gap, s[p][x - 1], s[p][x], inverseGap);
-        }
-        prev = t;
-        lastSource = x++;
-        // Steady run: each next column lands right after the last one, so
-        // only its own sample is new.
-        while (x < width) {
-            const int u = target(x);
-            if (u != prev + 1 || u >= width) break;
-            for (int p = 0; p < Planes; ++p) d[p][u] = s[p][x];
-            prev = u;
-            lastSource = x++;
-        }
-    }
-}
-
-// synthesizeRow for luma plus the chroma of a 4:2:0 output row: the same
-// writes in the same order, but chroma only at even columns, straight into
-// interleaved pairs (uv[c] = Cb(c), uv[c + 1] = Cr(c)); uv needs one byte
-// past the row for an odd width.
-void synthesizeRowEvenChroma(uint8_t* dY, uint8_t* uv, const uint8_t* sY, const uint8_t* sCb, const uint8_t* sCr,
-                             const uint16_t* depthRow, const uint16_t* shiftTable, int32_t firstColumn, int width) {
-    int prev = firstColumn < 0 ? 0 : firstColumn;
-    if (prev >= width - 1) return;
-    auto target = [&](int x) {
-        const unsigned level = std::min<unsigned>(depthRow[x], kDepthLevels - 1);
-        return int(shiftTable[size_t(level) * width + x]);
-    };
-    auto put = [&](int col, int x) {
-        dY[col] = sY[x];
-        if (!(col & 1)) {
-            uv[col] = sCb[x];
-            uv[col + 1] = sCr[x];
-        }
-    };
-    auto lerp = [](int i, int gap, uint8_t a, uint8_t b, double inverseGap) {
-        return uint8_t(std::floor((i * b + (gap - i) * a) * inverseGap));
-    };
-    int lastSource = -1;
-    int x = 1;
-    while (x < width) {
-        const int t = target(x);
-        if (unsigned(t - prev - 1) >= unsigned(width - 1 - prev)) {
-            ++x;
-            continue;
-        }
-        const int gap = t - prev;
-        if (gap != 1 || lastSource != x - 1) put(prev, x - 1);
-        if (gap == 2) {
-            const int c = prev + 1;
-            dY[c] = uint8_t((sY[x - 1] + sY[x]) >> 1);
-            if (!(c & 1)) {
-                uv[c] = uint8_t((sCb[x - 1] + sCb[x]) >> 1);
-                uv[c + 1] = uint8_t((sCr[x - 1] + sCr[x]) >> 1);
-            }
-        } else if (gap > 2) {
-            const double inverseGap = 1.0 / gap;
-            for (int i = 1; i < gap; ++i) {
-                const int c = prev + i;
-                dY[c] = lerp(i, gap, sY[x - 1], sY[x], inverseGap);
-                if (!(c & 1)) {
-                    uv[c] = lerp(i, gap, sCb[x - 1], sCb[x], inverseGap);
-                    uv[c + 1] = lerp(i, gap, sCr[x - 1], sCr[x], inverseGap);
-                }
-            }
-        }
-        put(t, x);
-        prev = t;
-        lastSource = x++;
-        while (x < width) {
-            const int u = target(x);
-            if (u != prev + 1 || u >= width) break;
-            put(u, x);
-            prev = u;
-            lastSource = x++;
-        }
-    }
-}
-
 }  // namespace
 
-void buildViewMatrix(double m[16], const CameraValues& cam, uint16_t viewShift) {
-    const double halfFov = std::atan(cam.sensorWidth * cam.pixelSize * 0.5 / cam.focalLength);
-    const double fovDegrees = halfFov * 114.59165581759557;
-    const double f = 1.0 / std::tan(fovDegrees * 0.008726646259971648);
-    // Identity times the projection is the projection.
-    for (int i = 0; i < 16; ++i) m[i] = 0.0;
-    m[0] = f;
-    m[5] = f;
-    m[10] = -1.0019569471624266;
-    m[11] = -1.0;
-    m[14] = -2.0019569471624266;
-    // Translation (row-vector convention): row 3 += t * row 0.
-    const double t = viewShift * 0.01;
-    for (int c = 0; c < 4; ++c) m[12 + c] = m[12 + c] + t * m[c];
+void virtualCamera(double m[16], const CameraValues& cam, uint16_t viewShift) {
+    kvdsr::buildViewMatrix(m, fieldOfViewDegrees(cam.sensorWidth, cam.pixelSize, cam.focalLength),
+                           viewShift * 0.01);
 }
 
 void buildShiftTable(uint16_t* shiftTable, const double m[16], const CameraValues& cam, int width) {
@@ -188,10 +102,198 @@ int32_t firstWritableColumn(int width, double referenceWidth, uint16_t viewShift
     return int32_t(v);
 }
 
+int runEnd(const uint16_t* targets, int from, int limit, uint16_t first) {
+    int e = from;
+    uint32_t expect = first;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    // Four targets per 64-bit word against the four expected ones: runs are
+    // long (a surface at one depth), mismatches rare.
+    constexpr uint64_t kLanes = 0x0001000100010001ull, kSteps = 0x0003000200010000ull;
+    for (; e + 8 <= limit; e += 8, expect += 8) {
+        uint64_t a, b;
+        std::memcpy(&a, targets + e, 8);
+        std::memcpy(&b, targets + e + 4, 8);
+        const uint64_t want = expect * kLanes + kSteps;  // no lane carries: expect + 7 < 65536
+        if (a != want || b != want + 4 * kLanes) break;
+    }
+#endif
+    for (; e < limit && targets[e] == uint16_t(expect); ++e, ++expect) {
+    }
+    return e;
+}
+
+void rowTargets(uint16_t* targets, const uint16_t* levels, const uint16_t* shiftTable, int width) {
+    const size_t w = size_t(std::max(width, 0));
+    auto one = [&](size_t x) {
+        const unsigned level = std::min<unsigned>(levels[x], kDepthLevels - 1);
+        targets[x] = shiftTable[level * w + x];
+    };
+    // Depth levels come in stretches of one level (a surface, upscaled):
+    // while four pixels share the level, they read four consecutive entries
+    // of its row.
+    size_t x = 0;
+    while (x + 4 <= w) {
+        const uint32_t level = levels[x];
+        const uint64_t four = level * 0x0001000100010001ull;
+        uint64_t next;
+        std::memcpy(&next, levels + x, sizeof next);
+        if (next == four && level < kDepthLevels) {
+            const uint16_t* row = shiftTable + level * w;
+            do {
+                std::memcpy(targets + x, row + x, 4 * sizeof(uint16_t));
+                x += 4;
+                if (x + 4 > w) break;
+                std::memcpy(&next, levels + x, sizeof next);
+            } while (next == four);
+            continue;
+        }
+        one(x++);
+    }
+    for (; x < w; ++x) one(x);
+}
+
+void synthesizeRow444(uint8_t* const dst[3], const uint8_t* const src[3], const uint16_t* targets,
+                      int32_t firstColumn, int width) {
+    uint8_t* const d0 = dst[0];
+    uint8_t* const d1 = dst[1];
+    uint8_t* const d2 = dst[2];
+    const uint8_t* const s0 = src[0];
+    const uint8_t* const s1 = src[1];
+    const uint8_t* const s2 = src[2];
+    scanRow(
+        targets, firstColumn, width,
+        [&](int prev, int t, int x) {
+            const int gap = t - prev;
+            fillGap(d0, prev, gap, s0[x - 1], s0[x]);
+            fillGap(d1, prev, gap, s1[x - 1], s1[x]);
+            fillGap(d2, prev, gap, s2[x - 1], s2[x]);
+        },
+        [&](int t, int x, int n) {
+            std::memcpy(d0 + t, s0 + x, size_t(n));
+            std::memcpy(d1 + t, s1 + x, size_t(n));
+            std::memcpy(d2 + t, s2 + x, size_t(n));
+        });
+}
+
+void synthesizeRow420(const Row420& r, const uint16_t* targets, int32_t firstColumn, int width) {
+    uint8_t* const dY = r.y;
+    uint8_t* const uv = r.uv;
+    const uint8_t* const sY = r.srcY;
+    const uint8_t* const sUV = r.srcUV;
+    const uint8_t lastCr = r.lastCr;
+    // Source chroma of column x: the pair covering it.
+    auto cb = [&](int x) { return sUV[x & ~1]; };
+    auto cr = [&](int x) { return (x | 1) < width ? sUV[x | 1] : lastCr; };
+    auto put = [&](int col, int x) {
+        dY[col] = sY[x];
+        if (uv && !(col & 1)) {
+            uv[col] = cb(x);
+            uv[col + 1] = cr(x);
+        }
+    };
+    scanRow(
+        targets, firstColumn, width,
+        [&](int prev, int t, int x) {
+            const int gap = t - prev;
+            put(prev, x - 1);
+            if (gap == 2) {
+                const int c = prev + 1;
+                dY[c] = uint8_t((sY[x - 1] + sY[x]) >> 1);
+                if (uv && !(c & 1)) {
+                    uv[c] = uint8_t((cb(x - 1) + cb(x)) >> 1);
+                    uv[c + 1] = uint8_t((cr(x - 1) + cr(x)) >> 1);
+                }
+            } else if (gap > 2) {
+                const double inverseGap = 1.0 / gap;
+                for (int i = 1; i < gap; ++i) {
+                    const int c = prev + i;
+                    dY[c] = lerp(i, gap, sY[x - 1], sY[x], inverseGap);
+                    if (uv && !(c & 1)) {
+                        uv[c] = lerp(i, gap, cb(x - 1), cb(x), inverseGap);
+                        uv[c + 1] = lerp(i, gap, cr(x - 1), cr(x), inverseGap);
+                    }
+                }
+            }
+            put(t, x);
+        },
+        [&](int t, int x, int n) {
+            std::memcpy(dY + t, sY + x, size_t(n));
+            if (!uv) return;
+            // Even columns c of the run take the pair covering c - shift: for
+            // an even shift the pair at c - shift, for an odd one the pair
+            // one column further left. Consecutive pairs: one copy.
+            const int c0 = t + (t & 1), c1 = (t + n - 1) & ~1;
+            if (c0 > c1) return;
+            const int shift = t - x, back = shift + (shift & 1);
+            size_t bytes = size_t(c1 - c0 + 2);
+            const bool lastHasNoCr = c1 - back + 1 >= width;
+            if (lastHasNoCr) bytes -= 2;
+            std::memcpy(uv + c0, sUV + (c0 - back), bytes);
+            if (lastHasNoCr) {
+                uv[c1] = sUV[c1 - back];
+                uv[c1 + 1] = lastCr;
+            }
+        });
+}
+
+size_t row420ScratchBytes(int width, bool sideBySide) {
+    const size_t w = size_t(width), outWidth = sideBySide ? 2 * w : w;
+    return 2 * w + outWidth + 2;
+}
+
+void renderRow420(const Frame420& f, int y, const uint16_t* levels, uint8_t* scratch) {
+    const int w = f.width;
+    const size_t outWidth = f.sideBySide ? 2 * size_t(w) : size_t(w);
+    uint16_t* targets = reinterpret_cast<uint16_t*>(scratch);
+    uint8_t* uvRow = scratch + 2 * size_t(w);
+    const uint8_t* srcY = f.srcY + size_t(y) * f.strideY;
+    uint8_t* outY = f.outY + size_t(y) * outWidth;
+    std::memset(outY, 0, size_t(w));
+    if (f.sideBySide) std::memcpy(outY + w, srcY, size_t(w));
+    rowTargets(targets, levels, f.shiftTable, w);
+    if ((y & 1) || y / 2 >= f.height / 2) {
+        // The 4:2:0 output keeps no chroma of this row.
+        synthesizeRow420({outY, nullptr, srcY, nullptr, 0}, targets, f.firstColumn, w);
+        return;
+    }
+    const uint8_t* srcUV = f.srcUV + size_t(y / 2) * f.strideUV;
+    // The output chroma row as the 4:2:0 conversion packs it: the pair of
+    // each even column; cleared on the left, the input on the right (whose
+    // even columns are odd input columns when the width is odd).
+    std::memset(uvRow, 128, outWidth + 1);
+    if (f.sideBySide && w >= 1) {
+        if (w & 1)
+            std::memcpy(uvRow + w + 1, srcUV, size_t(w) - 1);
+        else
+            std::memcpy(uvRow + w, srcUV, size_t(w));
+    }
+    synthesizeRow420({outY, uvRow, srcY, srcUV, f.lastCr}, targets, f.firstColumn, w);
+    std::memcpy(f.outUV + size_t(y / 2) * outWidth, uvRow, outWidth);
+}
+
+void renderRow444(const Frame444& f, int y, const uint16_t* levels, uint16_t* targets) {
+    const size_t w = size_t(f.width);
+    uint8_t* d[3];
+    const uint8_t* s[3];
+    for (int p = 0; p < 3; ++p) {
+        d[p] = f.out + p * f.outPlane + size_t(y) * f.outStride;
+        s[p] = f.src[p] + size_t(y) * f.srcStride[p];
+    }
+    if (f.clear) {
+        std::memset(d[0], 0, w);
+        std::memset(d[1], 128, w);
+        std::memset(d[2], 128, w);
+    }
+    rowTargets(targets, levels, f.shiftTable, f.width);
+    synthesizeRow444(d, s, targets, f.firstColumn, f.width);
+    if (f.sideBySide)
+        for (int p = 0; p < 3; ++p) std::memcpy(d[p] + w, s[p], w);
+}
+
 void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t* const src[3],
                     std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
                     int32_t firstColumn, int width, int height) {
-#pragma omp parallel for schedule(dynamic, 1) if (size_t(width) * height >= (size_t(1) << 14))
+    std::vector<uint16_t> targets(size_t(std::max(width, 1)));
     for (int y = 0; y < height; ++y) {
         const uint8_t* s[3];
         uint8_t* d[3];
@@ -199,7 +301,8 @@ void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t*
             s[p] = src[p] + size_t(y) * srcStride;
             d[p] = dst[p] + size_t(y) * dstStride;
         }
-        synthesizeRow<3>(d, s, depthUpscaled + size_t(y) * width, shiftTable, firstColumn, width);
+        rowTargets(targets.data(), depthUpscaled + size_t(y) * width, shiftTable, width);
+        synthesizeRow444(d, s, targets.data(), firstColumn, width);
     }
 }
 
@@ -243,70 +346,10 @@ void synthesizeViewSideBySide(uint8_t* dst, const uint8_t* src, const uint16_t* 
     synthesizeView(d, 2 * size_t(width), s, width, depthUpscaled, shiftTable, firstColumn, width, height);
 }
 
-}  // namespace kvdsr::depthview
-
-namespace kvdsr::depthview {
-
-void synthesizeView420(const View420& v) {
-    const int w = v.width, h = v.height;
-    const size_t outWidth = v.sideBySide ? 2 * size_t(w) : size_t(w);
-    const size_t strideY = v.strideY ? v.strideY : size_t(w);
-    const size_t strideUV = v.strideUV ? v.strideUV : size_t(w);
-    const int chromaRows = h / 2;
-    // Per thread: a row of depth levels when they are made on the fly, the
-    // source chroma row upsampled (2 x width) and one interleaved output
-    // chroma row (outWidth, plus a byte for an odd width), rounded up to keep
-    // the next thread's depth row aligned.
-    const size_t depthRowBytes = v.depthRows ? 2 * size_t(w) : 0;
-    const size_t perThread = (depthRowBytes + 2 * size_t(w) + outWidth + 2) & ~size_t(1);
-    const int threads = omp_get_max_threads();
-    auto scratch = allocArray<uint8_t>(perThread * size_t(threads));
-    uint8_t* scratchBase = scratch.get();
-
-#pragma omp parallel for schedule(dynamic, 1) if (size_t(w) * h >= (size_t(1) << 14))
-    for (int y = 0; y < h; ++y) {
-        const uint8_t* srcY = v.srcY + size_t(y) * strideY;
-        uint8_t* outY = v.outY + size_t(y) * outWidth;
-        std::memset(outY, 0, size_t(w));
-        if (v.sideBySide) std::memcpy(outY + w, srcY, size_t(w));
-        uint8_t* buf = scratchBase + perThread * size_t(omp_get_thread_num());
-        const uint16_t* depthRow = v.depthUpscaled + size_t(y) * w;
-        if (v.depthRows) {
-            uint16_t* made = reinterpret_cast<uint16_t*>(buf);  // allocation start: aligned
-            v.depthRows->row(y, made);
-            depthRow = made;
-        }
-        if ((y & 1) || y / 2 >= chromaRows) {
-            // The 4:2:0 output keeps no chroma of this row.
-            uint8_t* const d[1] = {outY};
-            const uint8_t* const s[1] = {srcY};
-            synthesizeRow<1>(d, s, depthRow, v.shiftTable, v.firstColumn, w);
-            continue;
-        }
-        uint8_t* srcCb = buf + depthRowBytes;
-        uint8_t* srcCr = srcCb + w;
-        uint8_t* uvRow = srcCr + w;
-        // Upsampled source chroma, as the 4:4:4 conversion gives it.
-        const uint8_t* uv = v.srcUV + size_t(y / 2) * strideUV;
-        for (int x = 0; x + 1 < w; x += 2) {
-            srcCb[x] = srcCb[x + 1] = uv[x];
-            srcCr[x] = srcCr[x + 1] = uv[x + 1];
-        }
-        if (w & 1) {
-            srcCb[w - 1] = uv[w - 1];
-            srcCr[w - 1] = 128;
-        }
-        // The output chroma row as the 4:2:0 conversion packs it: the pair of
-        // each even column; cleared on the left, the input on the right.
-        std::memset(uvRow, 128, outWidth + 1);
-        if (v.sideBySide)
-            for (size_t e = size_t(w) + (w & 1); e < outWidth; e += 2) {
-                uvRow[e] = srcCb[e - w];
-                uvRow[e + 1] = srcCr[e - w];
-            }
-        synthesizeRowEvenChroma(outY, uvRow, srcY, srcCb, srcCr, depthRow, v.shiftTable, v.firstColumn, w);
-        std::memcpy(v.outUV + size_t(y / 2) * outWidth, uvRow, outWidth);
-    }
+void synthesizeView420(const Frame420& f, const uint16_t* depthUpscaled) {
+    std::vector<uint8_t> scratch(row420ScratchBytes(f.width, f.sideBySide) + 1);
+    for (int y = 0; y < f.height; ++y)
+        renderRow420(f, y, depthUpscaled + size_t(y) * f.width, scratch.data());
 }
 
 }  // namespace kvdsr::depthview

@@ -4,8 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "depthview/depth_steps.h"
-
 namespace kvdsr::depthview {
 
 constexpr int kDepthLevels = 1024;
@@ -17,9 +15,9 @@ struct CameraValues {
     float pixelSize = 0.f;
 };
 
-// viewMatrix (row-major 4 x 4): perspective projection of the calibrated
-// field of view, then moved by viewShift * 0.01 along x.
-void buildViewMatrix(double viewMatrix[16], const CameraValues& cam, uint16_t viewShift);
+// The view matrix of common/virtual_camera.h for these calibration values,
+// moved by viewShift * 0.01 along x.
+void virtualCamera(double viewMatrix[16], const CameraValues& cam, uint16_t viewShift);
 
 // shiftTable[d * width + x]: target column of column x at depth level d, for
 // the 1024 levels; built on the OpenMP team, one level at a time.
@@ -28,17 +26,94 @@ void buildShiftTable(uint16_t* shiftTable, const double viewMatrix[16], const Ca
 // First output column the synthesis may write.
 int32_t firstWritableColumn(int width, double referenceWidth, uint16_t viewShift);
 
-// Moves every pixel of rows 0..height-1 to its target column and fills the
-// opened gaps by linear interpolation, for the three planes. Rows of src and
-// dst are srcStride / dstStride bytes apart; positions no pixel reaches are
-// left as they are. Depth levels above 1023 count as 1023 and a negative
-// firstColumn as 0, so no write leaves [0, width) of a row.
+// ---- One row ----------------------------------------------------------------
+//
+// The synthesis moves every pixel x of a row (from column 1 on) to its target
+// column t; a pixel lands when prev < t < width, prev being the last landing
+// column (firstColumn at the start, 0 if negative), and the columns from prev
+// to t are filled by linear interpolation between the pixel and its left
+// neighbour. Pixels landing on or left of prev, or outside the row, vanish;
+// positions no pixel reaches are not written.
+
+// First e in [from, limit) where targets[e] != first + (e - from), or limit:
+// where a run of pixels landing one column apart ends. first + (limit - 1
+// - from) must stay below 65536.
+int runEnd(const uint16_t* targets, int from, int limit, uint16_t first);
+
+// targets[x] = shiftTable[min(levels[x], 1023) * width + x], x = 0 .. width-1.
+void rowTargets(uint16_t* targets, const uint16_t* levels, const uint16_t* shiftTable, int width);
+
+// Three planes of one row.
+void synthesizeRow444(uint8_t* const dst[3], const uint8_t* const src[3], const uint16_t* targets,
+                      int32_t firstColumn, int width);
+
+// Luma of one row and, when uv is set, the chroma a 4:2:0 output keeps of
+// it: the pair of each even column, interleaved (uv[c] = Cb, uv[c + 1] = Cr),
+// with uv one byte longer than the row. The source chroma is a 4:2:0 row
+// (each pair covers two columns); the Cr of an odd width's last column,
+// which has no pair, is lastCr.
+struct Row420 {
+    uint8_t* y;
+    uint8_t* uv;
+    const uint8_t* srcY;
+    const uint8_t* srcUV;
+    uint8_t lastCr;
+};
+void synthesizeRow420(const Row420& row, const uint16_t* targets, int32_t firstColumn, int width);
+
+// ---- Frames, row by row ------------------------------------------------------
+//
+// What one output row y of a frame takes, from that row's depth levels, so
+// that rows can be shared among threads. Source rows are stride bytes apart;
+// stride 0 reads the same row for every y (an all-zero source).
+
+// 4:2:0 pseudo-planar in and out: byte for byte what converting the input to
+// 4:4:4, synthesising into a cleared 4:4:4 image (side by side: beside the
+// input) and converting back gives. The output is packed, rows width (side
+// by side 2 * width) bytes apart, chroma taken from the even rows.
+struct Frame420 {
+    uint8_t* outY;
+    uint8_t* outUV;
+    bool sideBySide;
+    const uint8_t* srcY;
+    std::size_t strideY;
+    const uint8_t* srcUV;
+    std::size_t strideUV;
+    uint8_t lastCr;
+    const uint16_t* shiftTable;
+    int32_t firstColumn;
+    int width, height;
+};
+// Per-thread scratch of one 4:2:0 row: width targets, and the output chroma
+// row (outWidth + 1 bytes).
+std::size_t row420ScratchBytes(int width, bool sideBySide);
+void renderRow420(const Frame420& f, int y, const uint16_t* levels, uint8_t* scratch);
+
+// 4:4:4 planar in and out. The output's planes are outPlane bytes apart with
+// rows outStride apart; side by side, the input row goes into the right half.
+// clear: the row is set to black (0, 128, 128) before the synthesis.
+struct Frame444 {
+    uint8_t* out;
+    std::size_t outStride, outPlane;
+    bool sideBySide, clear;
+    const uint8_t* src[3];
+    std::size_t srcStride[3];
+    const uint16_t* shiftTable;
+    int32_t firstColumn;
+    int width, height;
+};
+void renderRow444(const Frame444& f, int y, const uint16_t* levels, uint16_t* targets);
+
+// ---- Whole frames on the calling thread, from an upscaled depth map ---------
+
+// Three planes, rows of src and dst srcStride / dstStride bytes apart;
+// positions no pixel reaches are left as they are.
 void synthesizeView(uint8_t* const dst[3], std::size_t dstStride, const uint8_t* const src[3],
                     std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
                     int32_t firstColumn, int width, int height);
 
-// The same, written plainly and on one thread: the reference the row loop
-// above (runs of adjacent landings, skipped repeated stores) is held to.
+// The same, pixel by pixel as the rules above say it: the reference the row
+// functions are held to.
 void synthesizeViewReference(uint8_t* const dst[3], std::size_t dstStride, const uint8_t* const src[3],
                              std::size_t srcStride, const uint16_t* depthUpscaled, const uint16_t* shiftTable,
                              int32_t firstColumn, int width, int height);
@@ -48,26 +123,7 @@ void synthesizeViewReference(uint8_t* const dst[3], std::size_t dstStride, const
 void synthesizeViewSideBySide(uint8_t* dst, const uint8_t* src, const uint16_t* depthUpscaled,
                               const uint16_t* shiftTable, int32_t firstColumn, int width, int height);
 
-// 4:2:0 pseudo-planar in and out, byte for byte what converting the input to
-// 4:4:4, synthesising into a cleared 4:4:4 image (side by side: next to the
-// input) and converting back gives, without the 4:4:4 images: chroma is only
-// synthesised on the rows the 4:2:0 output keeps. The input strides must be
-// 0 or at least the width; the output is packed (outY rows width, or
-// 2 * width side by side, apart; outUV likewise).
-struct View420 {
-    uint8_t* outY;
-    uint8_t* outUV;
-    bool sideBySide;
-    const uint8_t* srcY;
-    uint32_t strideY;
-    const uint8_t* srcUV;
-    uint32_t strideUV;
-    const uint16_t* depthUpscaled;  // width x height levels, or
-    const DepthResizer* depthRows;  // when set: rows made on the fly instead
-    const uint16_t* shiftTable;
-    int32_t firstColumn;
-    int width, height;
-};
-void synthesizeView420(const View420& v);
+// Every row of a 4:2:0 frame (f.height rows of depthUpscaled).
+void synthesizeView420(const Frame420& f, const uint16_t* depthUpscaled);
 
 }  // namespace kvdsr::depthview

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 #include "calibration/geometry.h"
 #include "remap/remap.h"
 
@@ -16,19 +16,16 @@ bool allFinite(const double* v, int n) {
     return true;
 }
 
-bool coversWholeImage(const uint8_t* block, int camera, const CropRect& r) {
-    const uint8_t* s = block + calib::kSectionOffset[camera];
-    const uint16_t w = calib::load<uint16_t>(s, calib::sec::kCalibWidth);
-    const uint16_t h = calib::load<uint16_t>(s, calib::sec::kCalibHeight);
-    return r.x0 == 0 && r.y0 == 0 && uint32_t(r.x1) + 1 == w && uint32_t(r.y1) + 1 == h;
+bool coversWholeImage(const calib::CameraModel& cam, const CropRect& r) {
+    return r.x0 == 0 && r.y0 == 0 && uint32_t(r.x1) + 1 == cam.calibWidth && uint32_t(r.y1) + 1 == cam.calibHeight;
 }
 
-void loadMatrix(const uint8_t* s, uint32_t offset, double* m, int n) {
-    for (int i = 0; i < n; ++i) m[i] = calib::load<float>(s, offset + 4 * i);
+void widen(double* m, const float* f, int n) {
+    for (int i = 0; i < n; ++i) m[i] = f[i];
 }
 
-void storeMatrix(uint8_t* s, uint32_t offset, const double* m, int n) {
-    for (int i = 0; i < n; ++i) calib::store<float>(s, offset + 4 * i, float(m[i]));
+void narrow(float* f, const double* m, int n) {
+    for (int i = 0; i < n; ++i) f[i] = float(m[i]);
 }
 
 void applyHomography(const double G[9], double x, double y, double& u, double& v) {
@@ -37,14 +34,14 @@ void applyHomography(const double G[9], double x, double y, double& u, double& v
     v = (G[3] * x + G[4] * y + G[5]) / w;
 }
 
-// Fill scale the map build will choose for the section at width x height,
+// Fill scale the map build will choose for the camera at width x height,
 // and the centre it zooms about; 0 when the build would not fit the frame.
-double mapFillScale(const uint8_t* block, int camera, uint16_t width, uint16_t height, double& cx, double& cy) {
-    const remap::RemapModel model = remap::Remap_BuildModel(block, camera, width, height);
+double mapFillScale(const calib::CameraModel& cam, uint16_t width, uint16_t height, double& cx, double& cy) {
+    const remap::RemapModel model = remap::Remap_BuildModel(cam, remap::RemapLayout{width, height, width, height});
     cx = model.cx;
     cy = model.cy;
     if (!model.gridWidth || !model.gridHeight) return 0.0;
-    const remap::DistortionTable t = remap::DistortionTable_FromSection(block, camera, 0);
+    const remap::DistortionTable t = remap::DistortionTable_FromModel(cam, 0);
     double sx = 0.0, sy = 0.0;
     // Without a map the build only runs the fill-scale search.
     if (remap::DistortionMap_Build(nullptr, model, t.radius, t.distortion, t.calibrationEntries, 0, &sx, &sy, 1) !=
@@ -53,13 +50,9 @@ double mapFillScale(const uint8_t* block, int camera, uint16_t width, uint16_t h
     return std::isfinite(sx) && sx > 0.0 ? sx : 0.0;
 }
 
-bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height, const CropRect& r) {
-    using namespace calib::sec;
-    uint8_t* s = block + calib::kSectionOffset[camera];
-    const double calibW = calib::load<uint16_t>(s, kCalibWidth);
-    const double calibH = calib::load<uint16_t>(s, kCalibHeight);
-    const double modelW = calib::load<uint16_t>(s, kModelWidth);
-    const double modelH = calib::load<uint16_t>(s, kModelHeight);
+bool transformCamera(calib::CameraModel& cam, uint16_t width, uint16_t height, const CropRect& r) {
+    const double calibW = cam.calibWidth, calibH = cam.calibHeight;
+    const double modelW = cam.modelWidth, modelH = cam.modelHeight;
     if (calibW <= 0 || calibH <= 0 || modelW <= 0 || modelH <= 0) return false;
 
     // Rectangle edges in the model grid (edges scale, centres shift by 0.5).
@@ -73,14 +66,14 @@ bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height
     if (!geom::matInverse(Ginv, G, 3) || !allFinite(Ginv, 9)) return false;
 
     double H[9], t[9], Hn[9];
-    loadMatrix(s, kHomography, H, 9);
+    widen(H, cam.homography, 9);
     geom::matMul(t, H, G, 3, 3, 3);
     geom::matMul(Hn, Ginv, t, 3, 3, 3);
     double unusedX, unusedY;
-    const double fullScale = mapFillScale(block, camera, uint16_t(modelW), uint16_t(modelH), unusedX, unusedY);
+    const double fullScale = mapFillScale(cam, uint16_t(modelW), uint16_t(modelH), unusedX, unusedY);
 
     double P[12], Pn[12];
-    loadMatrix(s, kProjection, P, 12);
+    widen(P, cam.projection, 12);
     geom::matMul(Pn, Ginv, P, 3, 3, 4);
     if (Pn[11] != 0.0) {
         const double last = Pn[11];
@@ -89,15 +82,13 @@ bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height
     }
 
     // Principal point: both fields zero means the calibrated image's centre.
-    const uint16_t fx = calib::load<uint16_t>(s, kPrincipalX);
-    const uint16_t fy = calib::load<uint16_t>(s, kPrincipalY);
     double cx, cy;
-    if (fx == 0 && fy == 0) {
+    if (cam.principalX == 0 && cam.principalY == 0) {
         cx = 0.5 * calibW * gx - 0.5;
         cy = 0.5 * calibH * gy - 0.5;
     } else {
-        cx = fx / 16.0;
-        cy = fy / 16.0;
+        cx = cam.principalX / 16.0;
+        cy = cam.principalY / 16.0;
     }
     double px, py;
     applyHomography(Ginv, cx, cy, px, py);
@@ -106,13 +97,13 @@ bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height
         return uint16_t(f < 1.0 ? 1.0 : (f > 65535.0 ? 65535.0 : f));  // 0 would mean "centre"
     };
 
-    storeMatrix(s, kProjection, Pn, 12);
-    calib::store<uint16_t>(s, kPrincipalX, fixed(px));
-    calib::store<uint16_t>(s, kPrincipalY, fixed(py));
-    calib::store<uint16_t>(s, kCalibWidth, uint16_t(uint32_t(r.x1) - r.x0 + 1));
-    calib::store<uint16_t>(s, kCalibHeight, uint16_t(uint32_t(r.y1) - r.y0 + 1));
-    calib::store<uint16_t>(s, kModelWidth, width);
-    calib::store<uint16_t>(s, kModelHeight, height);
+    narrow(cam.projection, Pn, 12);
+    cam.principalX = fixed(px);
+    cam.principalY = fixed(py);
+    cam.calibWidth = uint16_t(uint32_t(r.x1) - r.x0 + 1);
+    cam.calibHeight = uint16_t(uint32_t(r.y1) - r.y0 + 1);
+    cam.modelWidth = width;
+    cam.modelHeight = height;
 
     // The map zooms the undistorted image about the principal point by a
     // fill scale of its own frame, and the crop's frame gets another scale
@@ -120,14 +111,14 @@ bool transformCamera(uint8_t* block, int camera, uint16_t width, uint16_t height
     // is the matching crop of the whole image's rectification.
     // (The fill scale does not depend on the homography.)
     double zx, zy;
-    const double cropScale = mapFillScale(block, camera, width, height, zx, zy);
+    const double cropScale = mapFillScale(cam, width, height, zx, zy);
     if (fullScale > 0.0 && cropScale > 0.0) {
         const double k = fullScale / cropScale;
         const double Z[9] = {k, 0, zx * (1 - k), 0, k, zy * (1 - k), 0, 0, 1};
         geom::matMul(t, Z, Hn, 3, 3, 3);
-        storeMatrix(s, kHomography, t, 9);
+        narrow(cam.homography, t, 9);
     } else {
-        storeMatrix(s, kHomography, Hn, 9);
+        narrow(cam.homography, Hn, 9);
     }
     return true;
 }
@@ -175,12 +166,20 @@ bool homographyFromCorners(const double from[8], const double to[8], double G[9]
     return true;
 }
 
-uint32_t cropTransform(uint8_t* block, uint16_t width, uint16_t height, const CropRect rects[2]) {
-    if (coversWholeImage(block, 1, rects[0]) && coversWholeImage(block, 2, rects[1])) return kCropOk;
+uint32_t cropTransform(calib::CameraModel cameras[2], uint16_t width, uint16_t height, const CropRect rects[2]) {
+    if (coversWholeImage(cameras[0], rects[0]) && coversWholeImage(cameras[1], rects[1])) return kCropOk;
     bool ok = true;
-    for (int camera = 1; camera <= 2; ++camera)
-        if (!transformCamera(block, camera, width, height, rects[camera - 1])) ok = false;
+    for (int k = 0; k < 2; ++k)
+        if (!transformCamera(cameras[k], width, height, rects[k])) ok = false;
     return ok ? kCropOk : kCropSolveFailed;
+}
+
+uint32_t cropTransform(uint8_t* block, uint16_t width, uint16_t height, const CropRect rects[2]) {
+    calib::CameraModel cameras[2] = {calib::readCamera(block, 1), calib::readCamera(block, 2)};
+    const uint32_t result = cropTransform(cameras, width, height, rects);
+    calib::writeCamera(block, 1, cameras[0]);
+    calib::writeCamera(block, 2, cameras[1]);
+    return result;
 }
 
 }  // namespace kvdsr::stereoview

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "calibration/camera_model.h"
+
 namespace kvdsr::stereoview {
 
 constexpr uint32_t kCropOk = 0xA000;
@@ -23,7 +25,7 @@ CropRect centredCrop169(uint16_t calibWidth, uint16_t calibHeight);
 // point pairs (x, y interleaved). False when the system is singular.
 bool homographyFromCorners(const double from[8], const double to[8], double G[9]);
 
-// rects[0] for camera 1, rects[1] for camera 2. When both cover the whole
+// cameras[0] and rects[0] for camera 1, [1] for camera 2. When both cover the whole
 // calibrated image of their camera the block is left untouched (kCropOk).
 // Otherwise, per camera, G maps the corners of the working frame (pixel
 // edges, -0.5) onto the rectangle's corners in the section's model grid;
@@ -36,6 +38,8 @@ bool homographyFromCorners(const double from[8], const double to[8], double G[9]
 // shows the same geometry as the whole image's rectification. A camera whose
 // G cannot be solved is left untouched and kCropSolveFailed is returned (the
 // other camera is still transformed).
+uint32_t cropTransform(calib::CameraModel cameras[2], uint16_t width, uint16_t height, const CropRect rects[2]);
+// The same on camera sections 1 and 2 of a parameter block.
 uint32_t cropTransform(uint8_t* block, uint16_t width, uint16_t height, const CropRect rects[2]);
 
 }  // namespace kvdsr::stereoview

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "calibration/calib_block.h"
@@ -13,6 +11,7 @@
 #include "calibration/geometry.h"
 #include "common/alloc.h"
 #include "common/camera_layout.h"
+#include "common/frame_team.h"
 
 namespace kvdsr::focalshift {
 namespace {
@@ -30,49 +29,58 @@ FocalShiftState g_state;
 
 constexpr uint8_t kNeutralChroma = 128;
 
-// Small frames are not worth waking a team or a worker for; the result is
-// the same either way.
-inline bool worthThreads(size_t bytes) { return bytes >= (size_t(1) << 16); }
+// Small frames are not worth waking the team for; the result is the same
+// either way.
+inline bool worthATeam(size_t bytes) { return bytes >= (size_t(1) << 16); }
+
+// Bytes of rows an item copies at least: row copies are short, and claiming
+// an item should cost little beside its work.
+constexpr size_t kItemBytes = 65536;
+
+inline size_t rowsPerItem(size_t rowBytes) { return rowBytes ? std::max<size_t>(1, kItemBytes / rowBytes) : 1; }
+inline size_t itemsFor(size_t rows, size_t perItem) { return (rows + perItem - 1) / perItem; }
 
 inline size_t clampedCopy(size_t width, size_t s) { return s < width ? width - s : 0; }
 
 bool isShiftFormat(uint32_t f) { return f == kvDSR_FMT_YUV420SP || f == kvDSR_FMT_YUV420P; }
 
-// Full-width side-by-side shift of a W x height frame into dst, whose chroma
-// area starts at dstChromaOffset. rows is the number of luma rows written.
-void shiftSideBySideFrame(uint8_t* dst, size_t dstChromaOffset, const uint8_t* src, size_t W, size_t height,
-                          size_t rows, uint32_t format, size_t s) {
-    const uint8_t* srcChroma = src + W * height;
-    uint8_t* dstChroma = dst + dstChromaOffset;
-    const size_t chromaRows = rows / 2;
-    std::memset(dstChroma, kNeutralChroma, W * rows / 2);
+// A side-by-side frame of width W shifted row by row: `lumaRows` luma rows,
+// then the chroma area, which is filled with neutral chroma (fillBytes, a
+// half row more than its rows when their count is odd) before its rows are
+// shifted into it. Each row touches only its own bytes, so rows go to the
+// team in any order.
+struct SideBySideShift {
+    uint8_t* dst = nullptr;
+    uint8_t* dstChroma = nullptr;
+    const uint8_t* src = nullptr;
+    const uint8_t* srcChroma = nullptr;
+    size_t W = 0, lumaRows = 0, chromaRows = 0, fillBytes = 0, s = 0;
+    uint32_t format = 0;
 
-    if (format == kvDSR_FMT_YUV420SP) {
-        // Luma on one worker thread while this thread does the chroma rows.
-        auto luma = [=] { shiftRowParts(dst, src, W, rows, 2, s); };
-        std::thread worker;
-        if (worthThreads(W * rows)) {
-            try {
-                worker = std::thread(luma);
-            } catch (const std::system_error&) {
-                // No thread to be had: the same rows, serially, below.
-            }
+    // Full-width frame of W x height into dst with its chroma area at
+    // dstChromaOffset, `rows` luma rows written.
+    SideBySideShift(uint8_t* out, size_t dstChromaOffset, const uint8_t* in, size_t width, size_t height,
+                    size_t rows, uint32_t fmt, size_t shift)
+        : dst(out), dstChroma(out + dstChromaOffset), src(in), srcChroma(in + width * height), W(width),
+          lumaRows(rows), chromaRows(rows / 2), fillBytes(width * rows / 2), s(shift), format(fmt) {}
+
+    size_t rows() const { return W ? lumaRows + (fillBytes + W - 1) / W : 0; }
+
+    void row(size_t r) const {
+        if (r < lumaRows) {
+            shiftRowParts(dst + r * W, src + r * W, W, 1, 2, s);
+            return;
         }
-        if (!worker.joinable()) luma();
-        shiftRowParts(dstChroma, srcChroma, W, chromaRows, 2, s);
-        if (worker.joinable()) worker.join();
-        return;
+        const size_t c = r - lumaRows;
+        std::memset(dstChroma + c * W, kNeutralChroma, std::min(W, fillBytes - c * W));
+        if (c >= chromaRows) return;
+        // Planar: a W-byte chroma row holds two rows of each view's W/4-wide plane.
+        if (format == kvDSR_FMT_YUV420SP)
+            shiftRowParts(dstChroma + c * W, srcChroma + c * W, W, 1, 2, s);
+        else
+            shiftRowParts(dstChroma + c * W, srcChroma + c * W, W, 1, 4, s / 2);
     }
-
-    // Planar: a W-byte chroma row holds two rows of each view's W/4-wide plane.
-    const long lumaRows = static_cast<long>(rows);
-    const long cRows = static_cast<long>(chromaRows);
-    const bool team = worthThreads(W * rows);
-#pragma omp parallel for schedule(dynamic, 1) if (team)
-    for (long r = 0; r < lumaRows; ++r) shiftRowParts(dst + r * W, src + r * W, W, 1, 2, s);
-#pragma omp parallel for schedule(dynamic, 1) if (team)
-    for (long r = 0; r < cRows; ++r) shiftRowParts(dstChroma + r * W, srcChroma + r * W, W, 1, 4, s / 2);
-}
+};
 
 }  // namespace
 
@@ -101,9 +109,7 @@ void shiftRowParts(uint8_t* dst, const uint8_t* src, size_t width, size_t rows, 
 }
 
 void halveRows(uint8_t* dst, const uint8_t* src, size_t outWidth, size_t rows, size_t unitBytes) {
-    const long n = static_cast<long>(rows);
-#pragma omp parallel for schedule(dynamic, 1) if (worthThreads(2 * outWidth * rows))
-    for (long r = 0; r < n; ++r) {
+    for (size_t r = 0; r < rows; ++r) {
         uint8_t* d = dst + r * outWidth;
         const uint8_t* s = src + r * 2 * outWidth;
         if (unitBytes == 2) {
@@ -197,14 +203,25 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     return 0;
 }
 
+// Both frames' rows (luma, then chroma: height * 3/2 rows of width bytes in
+// either format) as one item list.
 uint32_t shiftPair(uint8_t* outSecond, uint8_t* outFirst, const kvDSR_ImageDesc& imageSecond,
                    const kvDSR_ImageDesc& imageFirst, uint16_t width, uint16_t height) {
     const size_t s = static_cast<size_t>(-g_state.alignShift);
-    // Plane 0 holds the whole 4:2:0 frame: luma rows, then height/2 chroma
-    // rows of width bytes in either format.
     const size_t rows = size_t{height} + height / 2;
-    shiftRowsLeft(outFirst, imageFirst.plane[0], width, width, rows, s);
-    shiftRowsRight(outSecond, imageSecond.plane[0], width, width, rows, s);
+    const size_t perItem = rowsPerItem(width);
+    const size_t frameItems = itemsFor(rows, perItem);
+    const uint8_t* first = imageFirst.plane[0];
+    const uint8_t* second = imageSecond.plane[0];
+    runItems(uint32_t(2 * frameItems), worthATeam(2 * size_t{width} * rows), [&](uint32_t item, int) {
+        const bool isFirst = item < frameItems;
+        const size_t r0 = (isFirst ? item : item - frameItems) * perItem, n = std::min(perItem, rows - r0);
+        const size_t at = r0 * width;
+        if (isFirst)
+            shiftRowsLeft(outFirst + at, first + at, width, width, n, s);
+        else
+            shiftRowsRight(outSecond + at, second + at, width, width, n, s);
+    });
     return kvDSR_OK;
 }
 
@@ -218,7 +235,13 @@ uint32_t shiftSideBySide(uint8_t* out, uint32_t outWidth, uint32_t outHeight, co
         if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
         // Rows past the caller's outHeight would leave its buffer.
         const size_t rows = std::min<size_t>(height, outHeight);
-        shiftSideBySideFrame(out, size_t{outWidth} * outHeight, image.plane[0], W, height, rows, image.format, s);
+        const SideBySideShift frame(out, size_t{outWidth} * outHeight, image.plane[0], W, height, rows, image.format,
+                                    s);
+        const size_t perItem = rowsPerItem(W);
+        runItems(uint32_t(itemsFor(frame.rows(), perItem)), worthATeam(W * frame.rows()), [&](uint32_t item, int) {
+            const size_t r0 = item * perItem, r1 = std::min(frame.rows(), r0 + perItem);
+            for (size_t r = r0; r < r1; ++r) frame.row(r);
+        });
         return kvDSR_OK;
     }
 
@@ -236,9 +259,21 @@ uint32_t shiftSideBySide(uint8_t* out, uint32_t outWidth, uint32_t outHeight, co
     if (needed > g_state.shiftBufferBytes) return kvDSR_ERR_SIZE_COMBINATION;
     if (!image.plane[0]) return kvDSR_ERR_NULL_POINTER;
 
+    // Buffer row r (luma rows, then chroma rows) is halved into output row r
+    // by the item that shifted it. A caller's outHeight below the frame's
+    // height gets the rows that fit its buffer; the buffer gets them all.
     uint8_t* buf = g_state.shiftBuffer.get();
-    shiftSideBySideFrame(buf, W * height, image.plane[0], W, height, height, image.format, s);
-    halveRows(out, buf, outWidth, halvedRows, image.format == kvDSR_FMT_YUV420SP ? 2 : 1);
+    const SideBySideShift frame(buf, W * height, image.plane[0], W, height, height, image.format, s);
+    const size_t outRows = static_cast<size_t>(std::min<uint64_t>(halvedRows, uint64_t{outHeight} * 3 / 2));
+    const size_t unit = image.format == kvDSR_FMT_YUV420SP ? 2 : 1;
+    const size_t perItem = rowsPerItem(W);
+    runItems(uint32_t(itemsFor(frame.rows(), perItem)), worthATeam(W * frame.rows()), [&](uint32_t item, int) {
+        const size_t r0 = item * perItem, r1 = std::min(frame.rows(), r0 + perItem);
+        for (size_t r = r0; r < r1; ++r) {
+            frame.row(r);
+            if (r < outRows) halveRows(out + r * outWidth, buf + r * W, outWidth, 1, unit);
+        }
+    });
     return kvDSR_OK;
 }
 

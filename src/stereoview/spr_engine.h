@@ -1,6 +1,7 @@
 // SPR engine: process-wide state and the calls the C interface makes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "kvDSR.h"
@@ -18,5 +19,6 @@ uint32_t run(uint8_t* outSecond, uint8_t* outFirst, const kvDSR_ImageDesc& image
              const kvDSR_ImageDesc& imageFirst, uint16_t inWidth, uint16_t inHeight, uint16_t outWidth,
              uint16_t outHeight);
 uint32_t close();
+
 
 }  // namespace kvdsr::spr

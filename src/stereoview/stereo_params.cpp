@@ -26,12 +26,28 @@ uint32_t parseStereoCalibration(uint8_t block[calib::kBlockSize], const uint8_t*
     return rc;
 }
 
+void readCameras(const uint8_t block[calib::kBlockSize], calib::CameraModel cameras[2]) {
+    cameras[0] = calib::readCamera(block, 1);
+    cameras[1] = calib::readCamera(block, 2);
+}
+
+void keepCameras(uint8_t kept[calib::kBlockSize], const uint8_t parsed[calib::kBlockSize],
+                 const calib::CameraModel cameras[2]) {
+    std::memcpy(kept, parsed, calib::kBlockSize);
+    calib::writeCamera(kept, 1, cameras[0]);
+    calib::writeCamera(kept, 2, cameras[1]);
+}
+
+void rescaleModel(calib::CameraModel& camera, uint16_t width, uint16_t height) {
+    if (camera.modelWidth == 0 || camera.modelHeight == 0) return;
+    geom::rescaleCamera(camera, width, height);
+}
+
 void rescaleCamera(uint8_t* block, uint16_t width, uint16_t height, int camera) {
-    const uint8_t* s = block + calib::kSectionOffset[camera];
-    if (calib::load<uint16_t>(s, calib::sec::kModelWidth) == 0 ||
-        calib::load<uint16_t>(s, calib::sec::kModelHeight) == 0)
-        return;
-    geom::rescaleCameraSection(block, width, height, camera);
+    calib::CameraModel model = calib::readCamera(block, camera);
+    if (model.modelWidth == 0 || model.modelHeight == 0) return;
+    rescaleModel(model, width, height);
+    calib::writeCamera(block, camera, model);
 }
 
 void rescaleBothCameras(uint8_t* block, uint16_t width, uint16_t height) {

@@ -1,14 +1,21 @@
 #include "stereoview/stereo_warp.h"
 
+#include <algorithm>
 #include <cstddef>
-#include <cstring>
 
-#include "stereoview/plane_pack.h"
+#include "common/frame_team.h"
+#include "remap/warp_kernels.h"
 
 namespace kvdsr::stereoview {
 
-void buildMapSet(MapSet& set, const uint8_t* block, uint16_t srcWidth, uint16_t srcHeight, uint16_t outWidth,
-                 uint16_t outHeight) {
+namespace {
+// Output bytes an item warps at least: short rows go a few to an item, so
+// that claiming one costs little beside its work.
+constexpr uint32_t kItemBytes = 4096;
+}  // namespace
+
+void buildMapSet(MapSet& set, const calib::CameraModel cameras[2], uint16_t srcWidth, uint16_t srcHeight,
+                 uint16_t outWidth, uint16_t outHeight) {
     set.ready = false;
     set.srcWidth = srcWidth;
     set.srcHeight = srcHeight;
@@ -17,62 +24,98 @@ void buildMapSet(MapSet& set, const uint8_t* block, uint16_t srcWidth, uint16_t 
     // The warp reads 2x2 neighbourhoods: a source below 2x2 is left unwarped.
     if (srcWidth < 2 || srcHeight < 2 || !outWidth || !outHeight) return;
 
-    uint32_t workspaceBytes = 0, mapBytes = 0;
-    if (remap::Remap_QuerySize(&workspaceBytes, &mapBytes, srcWidth, srcHeight, srcWidth, srcHeight, outWidth,
-                               outHeight, 0, 1, 1) != 0)
-        return;
-    set.workspace.grow(workspaceBytes);
-    remap::Remap_SetWorkspace(set.workspace.data());
+    const remap::RemapLayout layout{srcWidth, srcHeight, outWidth, outHeight};
+    const uint64_t bytes = remap::Remap_TableBytes(layout);
+    set.storage.grow(std::size_t(2 * bytes));
     for (int camera = 1; camera <= 2; ++camera) {
-        const uint32_t rc =
-            remap::Remap_BuildCamera(nullptr, block, nullptr, srcWidth, srcHeight, camera, -1, 1, 1, 3);
-        const remap::RemapTables t = remap::Remap_WorkspaceTables(set.workspace.data(), camera);
-        if (rc != 0) {
-            const std::size_t n = std::size_t(t.stride) * outHeight;
-            std::memset(t.offset, 0, n * sizeof *t.offset);
-            std::memset(t.columnWeight, 0, n * sizeof *t.columnWeight);
-            std::memset(t.rowWeight, 0, n * sizeof *t.rowWeight);
-        }
+        const remap::RemapTables t = remap::Remap_TablesIn(set.storage.data() + (camera - 1) * bytes, layout);
+        remap::Remap_BuildCamera(t, cameras[camera - 1], layout);  // a failed build leaves border entries
         set.tables[camera] = t;
     }
     set.ready = true;
 }
 
+void buildMapSet(MapSet& set, const uint8_t* block, uint16_t srcWidth, uint16_t srcHeight, uint16_t outWidth,
+                 uint16_t outHeight) {
+    const calib::CameraModel cameras[2] = {calib::readCamera(block, 1), calib::readCamera(block, 2)};
+    buildMapSet(set, cameras, srcWidth, srcHeight, outWidth, outHeight);
+}
+
 void releaseMapSet(MapSet& set) {
-    set.workspace.release();
+    set.storage.release();
     set.tables[1] = set.tables[2] = remap::RemapTables{};
     set.ready = false;
 }
 
-void warpPlane(const MapSet& set, int camera, uint8_t* dst, const uint8_t* src) {
-    if (!set.ready) return;
-    const remap::RemapTables& t = set.tables[camera];
-    const uint16_t rect[4] = {0, 0, uint16_t(set.outWidth - 1), uint16_t(set.outHeight - 1)};
-    remap::Remap_ApplyPlane(dst, src, t.offset, t.columnWeight, t.rowWeight, set.srcWidth, t.stride, rect);
+ViewTarget viewTarget(uint8_t* frame, const MapSet& full, const MapSet& half, uint32_t format,
+                      uint32_t viewsPerRow, uint32_t index) {
+    const std::size_t lumaRow = full.outWidth, chromaRow = half.outWidth;
+    ViewTarget t;
+    t.luma = frame + index * lumaRow;
+    t.lumaStride = uint32_t(viewsPerRow * lumaRow);
+    uint8_t* chroma = frame + viewsPerRow * lumaRow * full.outHeight;
+    if (format == kvDSR_FMT_YUV420SP) {
+        t.chroma[0] = chroma + index * lumaRow;  // pairs: rows as wide as the luma's
+        t.chromaStride = t.lumaStride;
+    } else {
+        t.chroma[0] = chroma + index * chromaRow;
+        t.chroma[1] = chroma + viewsPerRow * chromaRow * half.outHeight + index * chromaRow;
+        t.chromaStride = uint32_t(viewsPerRow * chromaRow);
+    }
+    return t;
 }
 
-void warpInterleavedChroma(const MapSet& half, int camera, uint8_t* dst, uint32_t dstStride, const uint8_t* src,
-                           uint32_t srcStride, uint8_t* split, uint8_t* warped) {
-    if (!half.ready) return;
-    const std::size_t inPlane = std::size_t(half.srcWidth) * half.srcHeight;
-    const std::size_t outPlane = std::size_t(half.outWidth) * half.outHeight;
-    splitVU(src, srcStride, split, split + inPlane, half.srcWidth, half.srcHeight, true);
-    warpPlane(half, camera, warped, split);
-    warpPlane(half, camera, warped + outPlane, split + inPlane);
-    interleaveVU(warped, warped + outPlane, dst, dstStride, half.outWidth, half.outHeight);
+void FrameWarp::addView(const MapSet& full, const MapSet& half, int camera, const kvDSR_ImageDesc& in,
+                        const ViewTarget& out) {
+    add(full, camera, in.plane[0], full.srcWidth, out.luma, out.lumaStride, Layout::Planar);
+    if (in.format == kvDSR_FMT_YUV420P) {
+        add(half, camera, in.plane[1], half.srcWidth, out.chroma[0], out.chromaStride, Layout::Planar);
+        add(half, camera, in.plane[2], half.srcWidth, out.chroma[1], out.chromaStride, Layout::Planar);
+    } else if (in.format == kvDSR_FMT_YUV420SP) {
+        add(half, camera, in.plane[1], full.srcWidth, out.chroma[0], out.chromaStride, Layout::Pairs);
+    }
 }
 
-void warpPair420SP(const MapSet& full, const MapSet& half, uint8_t* outSecond, uint8_t* outFirst,
-                   const kvDSR_ImageDesc& imageSecond, const kvDSR_ImageDesc& imageFirst, uint8_t* const scratch[4]) {
-    warpPlane(full, 2, outSecond, imageSecond.plane[0]);
-    warpPlane(full, 1, outFirst, imageFirst.plane[0]);
-    const std::size_t srcLuma = std::size_t(full.srcWidth) * full.srcHeight;
-    const std::size_t outLuma = std::size_t(full.outWidth) * full.outHeight;
-    // Scratch planes sit after a luma-sized area, as the frames they mirror.
-    warpInterleavedChroma(half, 2, outSecond + outLuma, full.outWidth, imageSecond.plane[1], full.srcWidth,
-                          scratch[0] + srcLuma, scratch[2] + outLuma);
-    warpInterleavedChroma(half, 1, outFirst + outLuma, full.outWidth, imageFirst.plane[1], full.srcWidth,
-                          scratch[1] + srcLuma, scratch[3] + outLuma);
+void FrameWarp::add(const MapSet& set, int camera, const uint8_t* src, uint32_t srcStride, uint8_t* dst,
+                    uint32_t dstStride, Layout layout) {
+    if (!set.ready || count_ == kMaxPlanes) return;
+    Plane& p = planes_[count_++];
+    p.tables = &set.tables[camera];
+    p.src = src;
+    p.dst = dst;
+    p.planeWidth = set.srcWidth;
+    p.srcStride = srcStride;
+    p.dstStride = dstStride;
+    p.width = set.outWidth;
+    p.rows = set.outHeight;
+    p.layout = layout;
+    const uint32_t rowBytes = p.width * (layout == Layout::Pairs ? 2 : 1);
+    p.rowsPerItem = std::max<uint32_t>(1, kItemBytes / rowBytes);
+    p.firstItem = items_;
+    items_ += (p.rows + p.rowsPerItem - 1) / p.rowsPerItem;
+    bytes_ += uint64_t(rowBytes) * p.rows;
+}
+
+void FrameWarp::runItem(uint32_t item) const {
+    int i = 0;
+    while (i + 1 < count_ && item >= planes_[i + 1].firstItem) ++i;
+    const Plane& p = planes_[i];
+    const remap::RemapTables& t = *p.tables;
+    const uint32_t first = (item - p.firstItem) * p.rowsPerItem;
+    const uint32_t last = std::min(p.rows, first + p.rowsPerItem);
+    for (uint32_t y = first; y < last; ++y) {
+        const std::size_t at = std::size_t(y) * t.stride;
+        uint8_t* dst = p.dst + std::size_t(y) * p.dstStride;
+        if (p.layout == Layout::Pairs)
+            remap::warpPairRow(dst, p.src, t.offset + at, t.columnWeight + at, t.rowWeight + at, p.planeWidth,
+                               p.srcStride, p.width);
+        else
+            remap::warpRow(dst, p.src, t.offset + at, t.columnWeight + at, t.rowWeight + at, p.srcStride, p.width);
+    }
+}
+
+void FrameWarp::run() const {
+    runItems(items_, bytes_ >= kTeamMinPixels, [this](uint32_t item, int) { runItem(item); });
 }
 
 }  // namespace kvdsr::stereoview

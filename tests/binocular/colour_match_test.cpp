@@ -39,6 +39,13 @@ TEST(Bands, SmallHeightsNeverGiveAZeroStep) {
     }
 }
 
+// The levels of the offset column, row by row, out of a whole level map.
+std::vector<uint16_t> offsetColumnOf(const std::vector<uint16_t>& levels, int w, int h) {
+    std::vector<uint16_t> column(h);
+    for (int y = 0; y < h; ++y) column[y] = levels[size_t(y) * w + offsetColumn(w)];
+    return column;
+}
+
 // Second image whose left columns are garbage: the statistics only come out
 // right when B is sampled at x + offset.
 struct MatchScene {
@@ -69,7 +76,7 @@ struct MatchScene {
 
 TEST(ColourMatch, OffsetStatisticsAndTables) {
     MatchScene s;
-    const int o = matchOffset(s.levels.data(), s.source.data(), s.W, s.H);
+    const int o = matchOffset(offsetColumnOf(s.levels, s.W, s.H).data(), s.source.data(), s.W, s.H);
     ASSERT_EQ(o, MatchScene::kOffset);
     const ChannelStats st = matchStatistics(s.a.data(), s.b.data(), s.W, s.H, 30, o);
     const double meanA[3] = {100, 120, 90}, meanB[3] = {60, 160, 80};
@@ -116,13 +123,13 @@ TEST(ColourMatch, OffsetClampsLevelsAndStaysInsideTheRow) {
     for (int y = 0; y < h; y += 2) levels[y * w + 20] = 4000;  // beyond the last table row
     source[3 * w + 20] = 10;
     source[1022 * w + 20] = 30;
-    EXPECT_EQ(matchOffset(levels.data(), source.data(), w, h), 20);
+    EXPECT_EQ(matchOffset(offsetColumnOf(levels, w, h).data(), source.data(), w, h), 20);
     source[1022 * w + 20] = 60000;
-    EXPECT_EQ(matchOffset(levels.data(), source.data(), w, h), w - 1);
+    EXPECT_EQ(matchOffset(offsetColumnOf(levels, w, h).data(), source.data(), w, h), w - 1);
     // Narrow rows read their last column instead of column 20.
     std::vector<uint16_t> narrowLevels(8 * h, 0), narrowSource(size_t(kLevels) * 8, 0);
     narrowSource[7] = 5;
-    EXPECT_EQ(matchOffset(narrowLevels.data(), narrowSource.data(), 8, h), 5);
+    EXPECT_EQ(matchOffset(offsetColumnOf(narrowLevels, 8, h).data(), narrowSource.data(), 8, h), 5);
 }
 
 TEST(ColourMatch, FlatSecondImageGivesDefinedTables) {
@@ -153,6 +160,29 @@ TEST(ColourMatch, OddSizesStayInsideTheImage) {
     EXPECT_EQ(chromaPair(32, 33), 30);
     EXPECT_EQ(chromaPair(31, 33), 30);
     EXPECT_EQ(chromaPair(31, 32), 30);
+}
+
+TEST(ColourMatch, OneColumnHasNoSecondChromaByte) {
+    // Width 1: each chroma row holds one byte, and the second byte of a pair
+    // does not exist (nothing ever applies its table). The frame is exactly
+    // its bytes, so a read past it faults under AddressSanitizer.
+    const int w = 1, h = 16;
+    std::vector<uint8_t> a(w * h + w * (h / 2)), b(a.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+        a[i] = uint8_t(40 + i * 5);
+        b[i] = uint8_t(200 - i * 3);
+    }
+    const ChannelStats st = matchStatistics(a.data(), b.data(), w, h, 1, 0);
+    double lumaA = 0, chromaB = 0;
+    for (int y = 0; y < h; ++y) lumaA += a[y];
+    for (int y = 0; y < h; ++y) chromaB += b[h + y / 2];
+    EXPECT_DOUBLE_EQ(st.meanA[0], lumaA / h);
+    EXPECT_DOUBLE_EQ(st.meanB[1], chromaB / h);
+    uint8_t t[3][256];
+    buildMatchTables(t, st);
+    const std::vector<uint8_t> before = b;
+    applyMatchTables(b.data(), w, h, t);
+    for (int i = h; i < int(b.size()); ++i) EXPECT_EQ(b[i], t[1][before[i]]) << i;
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 #include <vector>
 
 #include "binocular/binocular_engine.h"
 #include "binocular/view_tables.h"
+#include "depthview/depth_steps.h"
 #include "calibpack.h"
 #include "kvDSR.h"
 
@@ -106,7 +109,7 @@ TEST_F(BinocularEngine, ImageChecksComeAfterTheDepthPass) {
     std::vector<uint8_t> out(W * H * 3 / 2, 0x5A);
     DepthMap near(DW, DH, 200), far(DW, DH, 10);
     ASSERT_EQ(kvDSR_Binocular_Run(out.data(), &a.desc, &b.desc, W, H, &near.desc, DW, DH), kvDSR_OK);
-    const std::vector<uint16_t> nearLevels(kvdsr::binocular::levelMap(), kvdsr::binocular::levelMap() + W * H);
+    const std::vector<uint16_t> nearLevels(kvdsr::binocular::depthLevels(), kvdsr::binocular::depthLevels() + DW * DH);
 
     std::fill(out.begin(), out.end(), 0x5A);
     far.data[5] = 255;  // invalid, repaired in place by the depth pass
@@ -114,7 +117,7 @@ TEST_F(BinocularEngine, ImageChecksComeAfterTheDepthPass) {
     EXPECT_EQ(kvDSR_Binocular_Run(out.data(), &a.desc, &wrong.desc, W, H, &far.desc, DW, DH),
               kvDSR_ERR_IMAGE_FORMAT);
     EXPECT_NE(far.data[5], 255);
-    const std::vector<uint16_t> farLevels(kvdsr::binocular::levelMap(), kvdsr::binocular::levelMap() + W * H);
+    const std::vector<uint16_t> farLevels(kvdsr::binocular::depthLevels(), kvdsr::binocular::depthLevels() + DW * DH);
     EXPECT_NE(farLevels, nearLevels);
     EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t v) { return v == 0x5A; }));
 
@@ -161,7 +164,9 @@ TEST_P(EndToEnd, LandsFirstImageAndMatchesSecond) {
     std::vector<uint8_t> out(w * h * 3 / 2, 0);
     ASSERT_EQ(kvDSR_Binocular_Run(out.data(), &a.desc, &b.desc, w, h, &d.desc, dw, dh), kvDSR_OK);
 
-    const uint16_t* levels = kvdsr::binocular::levelMap();
+    std::vector<uint16_t> levelMap(size_t(w) * h);
+    kvdsr::depthview::resizeDepth(levelMap.data(), kvdsr::binocular::depthLevels(), dw, dh, w, h);
+    const uint16_t* levels = levelMap.data();
     const uint16_t* landing = kvdsr::binocular::landingTable();
     int landed = 0, kept = 0;
     for (int row = 0; row < h; ++row) {
@@ -208,6 +213,58 @@ TEST_F(BinocularEngine, SecondImageIsMatchedInPlace) {
     std::vector<uint8_t> out(W * H * 3 / 2);
     ASSERT_EQ(kvDSR_Binocular_Run(out.data(), &a.desc, &b.desc, W, H, &d.desc, DW, DH), kvDSR_OK);
     for (size_t i = 0; i < a.data.size(); ++i) ASSERT_NEAR(b.data[i], a.data[i], 1) << i;
+}
+
+// A 16-bit map at an odd address is read and repaired like an aligned one
+// (misaligned 16-bit access is undefined: UndefinedBehaviorSanitizer faults).
+TEST_F(BinocularEngine, SixteenBitMapAtAnOddAddress) {
+    ASSERT_EQ(init(), kvDSR_OK);
+    std::vector<uint16_t> m16(DW * DH);
+    for (size_t i = 0; i < m16.size(); ++i) m16[i] = uint16_t(40 + (i % DW) * 9 + (i / DW) * 3);
+    m16[1 * DW + 1] = 1023;
+    std::vector<uint8_t> bytes(2 * m16.size() + 1);
+    std::memcpy(bytes.data() + 1, m16.data(), 2 * m16.size());
+    DepthMap aligned(DW, DH, 0, kvDSR_FMT_DEPTH16), odd(DW, DH, 0, kvDSR_FMT_DEPTH16);
+    aligned.desc.plane[0] = reinterpret_cast<uint8_t*>(m16.data());
+    odd.desc.plane[0] = bytes.data() + 1;
+    std::vector<uint8_t> outs[2];
+    for (int k = 0; k < 2; ++k) {
+        Frame a(W, H), b(W, H);
+        texture(a, 1);
+        texture(b, 2);
+        outs[k].assign(W * H * 3 / 2, 0x5A);
+        ASSERT_EQ(kvDSR_Binocular_Run(outs[k].data(), &a.desc, &b.desc, W, H, k ? &odd.desc : &aligned.desc, DW, DH),
+                  kvDSR_OK);
+    }
+    EXPECT_EQ(outs[0], outs[1]);
+    EXPECT_NE(m16[1 * DW + 1], 1023);
+    EXPECT_EQ(std::memcmp(bytes.data() + 1, m16.data(), 2 * m16.size()), 0);  // repaired in place too
+}
+
+// A frame big enough for the team: the same bytes (output, matched second
+// image, repaired map) on any number of threads.
+TEST_F(BinocularEngine, ThreadCountsGiveTheSameBytes) {
+    const int w = 321, h = 181, dw = 107, dh = 61;
+    const int saved = omp_get_max_threads();
+    ASSERT_EQ(init(w, h, dw, dh, 300), kvDSR_OK);
+    std::vector<uint8_t> first;
+    for (int threads : {1, 2, 3, 5}) {
+        omp_set_num_threads(threads);
+        Frame a(w, h), b(w, h);
+        texture(a, 3);
+        texture(b, 4);
+        DepthMap d(dw, dh, 0);
+        for (size_t i = 0; i < d.data.size(); ++i) d.data[i] = uint8_t(i % 97 == 0 ? 255 : 30 + (i / dw) % 60 + (i % dw > 50) * 90);
+        std::vector<uint8_t> out(size_t(w) * h * 3 / 2, 0x3D);
+        ASSERT_EQ(kvDSR_Binocular_Run(out.data(), &a.desc, &b.desc, w, h, &d.desc, dw, dh), kvDSR_OK);
+        out.insert(out.end(), b.data.begin(), b.data.end());
+        out.insert(out.end(), d.data.begin(), d.data.end());
+        if (threads == 1)
+            first = out;
+        else
+            ASSERT_EQ(out, first) << "threads " << threads;
+    }
+    omp_set_num_threads(saved);
 }
 
 }  // namespace

@@ -73,13 +73,19 @@ TEST(MarkCleaning, CountingSweepMatchesReference) {
             for (int density : {1, 5, 30, 60, 90})
                 for (int trial = 0; trial < 20; ++trial) {
                     if (width < 1) continue;
+                    // Marks only within [first, last], which the sweep is told
+                    // (or, every other trial, not told).
+                    const int first = int(rng() % width), last = first + int(rng() % (width - first));
                     std::vector<uint8_t> m(size_t(width) + 8, 7);  // canary past the row
                     for (int i = 0; i < width; ++i) {
                         const int roll = int(rng() % 100);
-                        m[i] = roll < density ? (roll % 10 == 0 ? 2 : 1) : 0;
+                        m[i] = i >= first && i <= last && roll < density ? (roll % 10 == 0 ? 2 : 1) : 0;
                     }
                     std::vector<uint8_t> r = m;
-                    cleanMarks(m.data(), width, q);
+                    if (trial % 2)
+                        cleanMarks(m.data(), width, q, first, last);
+                    else
+                        cleanMarks(m.data(), width, q);
                     cleanMarksReference(r.data(), width, q);
                     ASSERT_EQ(m, r) << "q " << q << " width " << width << " density " << density;
                 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "binocular/view_tables.h"
+#include "common/virtual_camera.h"
 
 using namespace kvdsr::binocular;
 
@@ -11,6 +12,11 @@ namespace {
 
 // A 5.6 mm wide sensor of 4000 pixels behind a 4 mm lens.
 const CameraModel kCamera{4000, 4.0f, 0.0014f};
+
+using kvdsr::buildViewMatrix;
+double fieldOfViewDegrees(const CameraModel& cam) {
+    return kvdsr::fieldOfViewDegrees(cam.calibratedWidth, cam.pixelPitch, cam.focalLength);
+}
 
 std::vector<uint16_t> buildTable(int width, int depthWidth, double shift, const CameraModel& cam = kCamera) {
     double m[16], inv[kLevels];
@@ -51,9 +57,10 @@ struct TableCase {
 class ViewTable : public ::testing::TestWithParam<TableCase> {};
 
 TEST_P(ViewTable, ShapeOfTheLandingColumns) {
-    const auto [w, shift] = GetParam();
+    const int w = GetParam().width;  // not a structured binding: lambdas capture it
+    const double shift = GetParam().shift;
     const std::vector<uint16_t> t = buildTable(w, w / 4, shift);
-    auto at = [&](int level, int x) { return int(t[size_t(level) * w + x]); };
+    auto at = [&, w = w](int level, int x) { return int(t[size_t(level) * w + x]); };
     const double c = [] {
         double m[16];
         buildViewMatrix(m, fieldOfViewDegrees(kCamera), 0);

@@ -2,6 +2,7 @@
 // calibration values, the paths of Run and Run_SideBySide, their codes and
 // what they leave in the caller's buffers.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <cstring>
@@ -169,6 +170,23 @@ TEST(DepthViewInit, CalibrationValuesComeFromCameraTwo) {
                               CameraFields{2000, 3000, 0.0014f, 4.0f}})
         EXPECT_NE(runWith(calibration(cam2)), base);
     EXPECT_NE(runWith(calibration({}, {1000, 800, 0.002f, 3.0f}, 60.f)), base);
+    kvDSR_Close();
+}
+
+// Implausible calibrations pass Init; every frame is still defined: all
+// depth levels 0 (negative depths saturate) give a flat map and the copy.
+TEST(DepthViewInit, NegativePitchOrFocalLengthGivesFlatDepth) {
+    for (CameraFields cam2 : {CameraFields{4000, 3000, -0.0014f, 4.0f}, CameraFields{4000, 3000, 0.0014f, -4.0f}}) {
+        const auto calib = calibration(cam2);
+        ASSERT_EQ(initEngine(W, H, DW, DH, kShift, calib), kvDSR_OK);
+        auto in = pattern(W * H * 3, 8);
+        auto m = disparityMap();
+        auto image = desc(kvDSR_FMT_YUV444P, in.data());
+        auto depth = desc(kvDSR_FMT_DEPTH8, m.data());
+        std::vector<uint8_t> out(W * H * 3);
+        EXPECT_EQ(kvDSR_Run(out.data(), &image, W, H, &depth, DW, DH), kvDSR_OK);
+        EXPECT_EQ(out, in);
+    }
     kvDSR_Close();
 }
 
@@ -393,6 +411,132 @@ TEST_F(DepthView, SixteenBitMapAtAnOddAddress) {
     EXPECT_EQ(a, b);
     EXPECT_NE(m16[1 * DW + 1], 1023);
     EXPECT_EQ(std::memcmp(bytes.data() + 1, m16.data(), 2 * m16.size()), 0);  // repaired in place too
+}
+
+}  // namespace
+
+namespace {
+
+// The flat-depth shortcut copies each plane from its own rows. Every plane
+// here is a separate allocation of exactly the bytes its rows span, so a copy
+// that runs past one reads outside it (a fault under AddressSanitizer, other
+// bytes than the plane's elsewhere).
+struct ExactPlanes {
+    std::vector<std::vector<uint8_t>> planes;
+    std::vector<uint32_t> strides;
+    std::vector<int> rows;
+    int width;
+
+    ExactPlanes(int w, std::initializer_list<std::pair<int, uint32_t>> rowsAndStrides, uint32_t seed) : width(w) {
+        for (auto [r, stride] : rowsAndStrides) {
+            const size_t step = stride ? stride : uint32_t(w);
+            planes.push_back(pattern(r ? (size_t(r) - 1) * step + size_t(w) : 0, seed++));
+            strides.push_back(stride);
+            rows.push_back(r);
+        }
+    }
+    const uint8_t* row(int p, int r) const {
+        return planes[p].data() + size_t(r) * (strides[p] ? strides[p] : uint32_t(width));
+    }
+    kvDSR_ImageDesc desc(uint32_t format) {
+        kvDSR_ImageDesc d{};
+        d.format = format;
+        for (size_t p = 0; p < planes.size(); ++p) {
+            d.plane[p] = planes[p].data();
+            d.stride[p] = strides[p];
+        }
+        return d;
+    }
+};
+
+// Rows of the planes in order, each `outRowBytes` apart in the output (the
+// right half too when side by side); everything else keeps the canary.
+void expectPlaneRows(const std::vector<uint8_t>& out, const ExactPlanes& planes, bool sideBySide) {
+    const size_t w = size_t(planes.width), ow = sideBySide ? 2 * w : w;
+    std::vector<uint8_t> want(out.size(), 0xEE);
+    size_t outRow = 0;
+    for (size_t p = 0; p < planes.planes.size(); ++p)
+        for (int r = 0; r < planes.rows[p]; ++r, ++outRow) {
+            std::memcpy(&want[outRow * ow], planes.row(int(p), r), w);
+            if (sideBySide) std::memcpy(&want[outRow * ow + w], planes.row(int(p), r), w);
+        }
+    EXPECT_EQ(out, want);
+}
+
+TEST_F(DepthView, FlatDepthCopiesEachPlaneFromItsOwnRows) {
+    ExactPlanes padded420(W, {{H, W + 24}, {H / 2, W + 8}}, 3);
+    ExactPlanes padded444(W, {{H, W + 24}, {H, W + 4}, {H, W + 8}}, 4);
+    for (ExactPlanes* planes : {&padded420, &padded444}) {
+        const bool is420 = planes->planes.size() == 2;
+        const auto image = planes->desc(is420 ? kvDSR_FMT_YUV420SP : kvDSR_FMT_YUV444P);
+        const size_t bytes = is420 ? W * H * 3 / 2 : 3 * W * H;
+        std::fill(map.begin(), map.end(), 255);
+        expectPlaneRows(run(image, bytes), *planes, false);
+        std::fill(map.begin(), map.end(), 255);
+        expectPlaneRows(runSbs(image, 2 * bytes), *planes, true);
+    }
+}
+
+TEST(DepthViewFlat, OddHeightPseudoPlanarCopiesOnlyTheFramesRows) {
+    // 4:2:0 with an odd height has height / 2 chroma rows: in one buffer of
+    // exactly that frame, the output's bytes past them stay as they were.
+    constexpr int h = 47;
+    ASSERT_EQ(initEngine(W, h), kvDSR_OK);
+    const auto frame = pattern(W * h + W * (h / 2), 5);
+    auto image = desc(kvDSR_FMT_YUV420SP, const_cast<uint8_t*>(frame.data()),
+                      const_cast<uint8_t*>(frame.data()) + W * h);
+    std::vector<uint8_t> m(DW * DH, 255);
+    auto depth = desc(kvDSR_FMT_DEPTH8, m.data());
+    std::vector<uint8_t> out(W * h * 3 / 2, 0xEE), sbs(W * h * 3, 0xEE);
+    ASSERT_EQ(kvDSR_Run(out.data(), &image, W, h, &depth, DW, DH), kvDSR_OK);
+    EXPECT_TRUE(std::equal(frame.begin(), frame.end(), out.begin()));
+    for (size_t i = frame.size(); i < out.size(); ++i) ASSERT_EQ(out[i], 0xEE) << i;
+    ASSERT_EQ(kvDSR_Run_SideBySide(sbs.data(), 2 * W, 0, &image, W, h, &depth, DW, DH), kvDSR_OK);
+    for (int r = 0; r < h + h / 2; ++r)
+        for (int half = 0; half < 2; ++half)
+            ASSERT_TRUE(std::equal(&frame[size_t(r) * W], &frame[size_t(r + 1) * W], &sbs[(2 * size_t(r) + half) * W]));
+    kvDSR_Close();
+}
+
+}  // namespace
+
+namespace {
+
+// A frame big enough for the team: every format, layout and path gives the
+// same bytes on any number of threads, and repeated runs agree.
+TEST(DepthViewTeam, ThreadCountsGiveTheSameBytes) {
+    constexpr int w = 321, h = 181, dw = 107, dh = 61;
+    const int saved = omp_get_max_threads();
+    ASSERT_EQ(initEngine(w, h, dw, dh, 300), kvDSR_OK);
+    auto frame = pattern(3 * size_t(w) * h, 9);
+    auto map = disparityMap(dw, dh);
+    for (size_t i = 0; i < map.size(); i += 37) map[i] = 255;
+    const kvDSR_ImageDesc images[] = {
+        desc(kvDSR_FMT_YUV420SP, frame.data(), frame.data() + w * h),
+        desc(kvDSR_FMT_YUV420SP, frame.data(), frame.data() + w * h, nullptr, w - 1, w - 1),  // refused strides
+        desc(kvDSR_FMT_YUV444P, frame.data()),
+        desc(kvDSR_FMT_YUV444P, frame.data(), frame.data() + 8, frame.data() + 16, w + 2, w + 2, w + 2)};
+    std::vector<std::vector<uint8_t>> first;
+    for (int threads : {1, 2, 3, 5}) {
+        omp_set_num_threads(threads);
+        size_t k = 0;
+        for (const kvDSR_ImageDesc& image : images)
+            for (bool sbs : {false, true}) {
+                std::vector<uint8_t> m = map, out(6 * size_t(w) * h, 0x3D);
+                auto depth = desc(kvDSR_FMT_DEPTH8, m.data());
+                const uint32_t rc = sbs ? kvDSR_Run_SideBySide(out.data(), 2 * w, 0, &image, w, h, &depth, dw, dh)
+                                        : kvDSR_Run(out.data(), &image, w, h, &depth, dw, dh);
+                ASSERT_EQ(rc, kvDSR_OK);
+                out.insert(out.end(), m.begin(), m.end());
+                if (threads == 1)
+                    first.push_back(out);
+                else
+                    ASSERT_EQ(out, first[k]) << "threads " << threads << " case " << k;
+                ++k;
+            }
+    }
+    omp_set_num_threads(saved);
+    kvDSR_Close();
 }
 
 }  // namespace

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <random>
 #include <tuple>
 #include <vector>
 
 #include "depthview/depth_steps.h"
+#include "depthview/resize_kernels.h"
 
 namespace {
 
@@ -103,6 +106,27 @@ TEST(Disparity16, DepthFallsAsDisparityGrows) {
     EXPECT_LT(dst[1022], 20);
 }
 
+// A calibration with a negative or absurd focal length or pixel pitch passes
+// Init; its negative depths saturate to level 0 (a float-to-unsigned
+// conversion of a negative value is undefined), a NaN goes to the far plane.
+TEST(Disparity, NegativeAndNonFiniteDepthsSaturate) {
+    const float inf = std::numeric_limits<float>::infinity();
+    for (auto [focalPx, baseline] : {std::pair{-100.f, 10.0}, {100.f, -10.0}, {-3e30f, 1e9}, {-inf, 1.0}}) {
+        const std::vector<uint8_t> src8 = {8, 16, 200, 1, I8};
+        std::vector<uint16_t> dst(src8.size(), 0xBEEF);
+        disparity8ToDepth(dst.data(), src8.data(), 5, 1, 4, 1023, I8, focalPx, baseline);
+        for (uint16_t v : dst) EXPECT_EQ(v, 0) << focalPx << " " << baseline;
+        const std::vector<uint16_t> src16 = {16, 80, 1022, 1, I16};
+        disparity16ToDepth(dst.data(), src16.data(), 5, 1, 8, 1023, I16, focalPx, baseline);
+        for (uint16_t v : dst) EXPECT_EQ(v, 0) << focalPx << " " << baseline;
+    }
+    const std::vector<uint8_t> src8 = {8, I8};
+    std::vector<uint16_t> dst(2, 0xBEEF);
+    disparity8ToDepth(dst.data(), src8.data(), 2, 1, 4, 1023, I8, std::nanf(""), 10.0);
+    EXPECT_EQ(dst[0], 1023);
+    EXPECT_EQ(dst[1], 0);
+}
+
 // ---- Minimum filter -------------------------------------------------------
 
 class MinFilter : public ::testing::TestWithParam<std::tuple<int, int, int>> {};
@@ -161,8 +185,7 @@ std::vector<uint16_t> randomMap(int w, int h, int maxStep, uint32_t seed) {
 
 std::vector<uint16_t> general(const std::vector<uint16_t>& src, int sw, int sh, int dw, int dh) {
     std::vector<uint16_t> out(size_t(dw) * dh);
-    std::vector<uint32_t> scratch(resizeScratchSize(sh, dw) + 1);
-    resizeDepthGeneral(out.data(), src.data(), sw, sh, dw, dh, scratch.data());
+    resizeDepthGeneral(out.data(), src.data(), sw, sh, dw, dh);
     return out;
 }
 
@@ -199,7 +222,7 @@ TEST(Resize, GeneralEnlargementIsPlainBilinear) {
                 int x0, x1, fx, y0, y1, fy;
                 tap(x, sw, dw, x0, x1, fx);
                 tap(y, sh, dh, y0, y1, fy);
-                auto row = [&](int r) { return (256 - fx) * src[r * sw + x0] + fx * src[r * sw + x1]; };
+                auto row = [&, sw = sw](int r) { return (256 - fx) * src[r * sw + x0] + fx * src[r * sw + x1]; };
                 const uint32_t v = uint32_t((256 - fy) * row(y0) + fy * row(y1)) >> 16;
                 ASSERT_EQ(out[y * dw + x], v) << x << "," << y << " " << sw << "->" << dw;
             }
@@ -283,6 +306,102 @@ TEST(Resize, EmptySourceGivesZeros) {
     std::vector<uint16_t> out(12, 0xBEEF);
     resizeDepth(out.data(), nullptr, 0, 0, 4, 3);
     for (uint16_t v : out) EXPECT_EQ(v, 0);
+}
+
+// One value at a time (the colour-match column) as the rows give it, on
+// every path: factors 2 and 3, general enlargement and shrinking, empty.
+TEST(Resize, SingleValuesMatchTheRows) {
+    for (auto [sw, sh, dw, dh] : {std::tuple{16, 12, 32, 24}, {16, 12, 48, 36}, {7, 5, 23, 17}, {30, 20, 11, 7},
+                                  {0, 4, 8, 8}}) {
+        const auto src = randomMap(std::max(sw, 1), sh, 1023, uint32_t(sw + dw));
+        std::vector<uint16_t> whole(size_t(dw) * dh);
+        resizeDepth(whole.data(), src.data(), sw, sh, dw, dh);
+        DepthResizer r;
+        r.configure(sw, sh, dw, dh);
+        std::vector<uint32_t> scratch(r.scratchSize() + 1);
+        for (int y = 0; sw > 0 && y < sh; ++y) r.horizontalRow(src.data() + size_t(y) * sw, y, scratch.data());
+        for (int y = 0; y < dh; ++y)
+            for (int x = 0; x < dw; ++x) ASSERT_EQ(r.at(y, x, scratch.data()), whole[size_t(y) * dw + x]) << x << "," << y;
+    }
+}
+
+// Every vertical-pass kernel this CPU runs against the C row: random rows
+// and weights (wrapping products included), every length up to three
+// groups and a tail, a canary past the output.
+TEST(Resize, BlendKernelsMatchTheReference) {
+    const BlendVariant* variants;
+    const int n = blendVariants(&variants);
+    std::mt19937 rng(5);
+    for (int v = 0; v < n; ++v)
+        for (uint32_t count = 0; count <= 8 * 3 + 7; ++count) {
+            std::vector<uint32_t> r0(count + 1), r1(count + 1);
+            for (auto& x : r0) x = rng() % 2 ? rng() % (1u << 18) : rng();
+            for (auto& x : r1) x = rng() % 2 ? rng() % (1u << 18) : rng();
+            const uint32_t w1 = rng() % 257, w0 = count % 3 ? 256 - w1 : rng();
+            std::vector<uint16_t> want(count + 4, 0xC3C3), got(count + 4, 0xC3C3);
+            BlendRows_C(want.data(), r0.data(), r1.data(), w0, w1, count);
+            setBlendKernel(variants[v].fn);
+            blendRows(got.data(), r0.data(), r1.data(), w0, w1, count);
+            setBlendKernel(nullptr);
+            ASSERT_EQ(got, want) << variants[v].name << " count " << count;
+        }
+}
+
+// The hole filling against its definition written plainly (list by a scan
+// of every pixel), on maps of every size with invalid pixels in clusters,
+// alone, at the ends and across 64-bit words.
+template <class T>
+void fillPlainly(T* map, int w, int h, T invalid) {
+    std::vector<uint32_t> list;
+    for (uint32_t i = 0; i < uint32_t(w * h); ++i)
+        if (map[i] == invalid) list.push_back(i);
+    auto mean = [&](uint32_t p, T& out) {
+        const int x = int(p % w), y = int(p / w);
+        uint32_t sum = 0, count = 0;
+        for (int yy = y - 1; yy <= y + 1; ++yy)
+            for (int xx = x - 1; xx <= x + 1; ++xx)
+                if (yy >= 0 && yy < h && xx >= 0 && xx < w && map[yy * w + xx] < invalid) {
+                    sum += map[yy * w + xx];
+                    ++count;
+                }
+        if (count) out = T(sum / count);
+        return count > 0;
+    };
+    std::vector<uint32_t> left;
+    for (uint32_t p : list) {
+        T m;
+        if (mean(p, m))
+            map[p] = m;
+        else
+            left.push_back(p);
+    }
+    for (size_t i = left.size(); i-- > 0;) {
+        T m;
+        if (map[left[i]] == invalid && mean(left[i], m)) map[left[i]] = m;
+    }
+}
+
+TEST(FillInvalid, MatchesThePlainDefinitionOnRandomMaps) {
+    for (int round = 0; round < 60; ++round) {
+        std::mt19937 rng(round);
+        const int w = 1 + int(rng() % 23), h = 1 + int(rng() % 9);
+        const int density = int(rng() % 100);
+        std::vector<uint8_t> m8(size_t(w) * h);
+        std::vector<uint16_t> m16(m8.size());
+        for (size_t i = 0; i < m8.size(); ++i) {
+            const bool bad = int(rng() % 100) < density;
+            m8[i] = bad ? I8 : uint8_t(rng() % 255);
+            m16[i] = bad ? I16 : uint16_t(rng() % 1023);
+        }
+        auto want8 = m8;
+        auto want16 = m16;
+        fillPlainly<uint8_t>(want8.data(), w, h, I8);
+        fillPlainly<uint16_t>(want16.data(), w, h, I16);
+        fillInvalidDepth8(m8.data(), w, h);
+        fillInvalidDepth16(m16.data(), w, h);
+        ASSERT_EQ(m8, want8) << round;
+        ASSERT_EQ(m16, want16) << round;
+    }
 }
 
 }  // namespace

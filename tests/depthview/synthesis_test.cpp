@@ -18,7 +18,7 @@ const CameraValues kCam{4000, 4.0f, 0.0014f};  // sensor 5.6 mm wide, f = 4 mm
 
 std::vector<uint16_t> table(int width, uint16_t viewShift, const CameraValues& cam = kCam) {
     double m[16];
-    buildViewMatrix(m, cam, viewShift);
+    virtualCamera(m, cam, viewShift);
     std::vector<uint16_t> t(size_t(kDepthLevels) * width);
     buildShiftTable(t.data(), m, cam, width);
     return t;
@@ -26,7 +26,7 @@ std::vector<uint16_t> table(int width, uint16_t viewShift, const CameraValues& c
 
 TEST(ViewMatrix, ProjectionThenTranslation) {
     double m[16];
-    buildViewMatrix(m, kCam, 250);
+    virtualCamera(m, kCam, 250);
     const double halfFov = std::atan(4000 * 0.0014f * 0.5 / 4.0f);
     const double f = 1.0 / std::tan(halfFov * 114.59165581759557 * 0.008726646259971648);
     EXPECT_NEAR(f, 1 / 0.7, 1e-5);  // the short pi leaves a small difference
@@ -194,100 +194,139 @@ TEST(Synthesize, SideBySideWritesOnlyTheLeftHalves) {
 
 namespace {
 
-// The fused 4:2:0 synthesis against the straightforward path: convert to
-// 4:4:4, synthesise into a cleared image (side by side: beside the input),
-// convert back.
-class Fused420 : public ::testing::TestWithParam<std::tuple<int, int, bool, uint32_t>> {};
+// The 4:2:0 synthesis against the straightforward path: convert to 4:4:4,
+// synthesise pixel by pixel into a cleared image (side by side: beside the
+// input), convert back. Depth either random per pixel (gaps and occlusions
+// of every kind) or in stretches of one level (long runs, every shift parity).
+class Fused420 : public ::testing::TestWithParam<std::tuple<int, int, bool, uint32_t, bool>> {};
+
+std::vector<uint16_t> depthPattern(size_t n, int w, bool smooth, std::mt19937& rng) {
+    std::vector<uint16_t> depth(n);
+    if (!smooth) {
+        for (auto& d : depth) d = uint16_t(rng() % 2 ? 1 + rng() % 40 : 1 + rng() % 1023);
+        return depth;
+    }
+    uint16_t level = 30;
+    for (size_t i = 0; i < n; ++i) {
+        if (i % size_t(w) == 0 || rng() % 23 == 0) level = uint16_t(1 + rng() % (rng() % 3 ? 60 : 1023));
+        depth[i] = level;
+    }
+    return depth;
+}
+
+// The reference path from a 4:4:4 source image.
+std::vector<uint8_t> via444(const std::vector<uint8_t>& src444, const std::vector<uint16_t>& depth,
+                            const std::vector<uint16_t>& table, int32_t first, int w, int h, bool sideBySide) {
+    const size_t plane = size_t(w) * h, ow = sideBySide ? 2 * size_t(w) : size_t(w), op = ow * h;
+    std::vector<uint8_t> dst444(3 * op, 128), out(op * 3 / 2 + ow, 0xEE);
+    std::fill(dst444.begin(), dst444.begin() + op, 0);
+    uint8_t* const d[3] = {dst444.data(), dst444.data() + op, dst444.data() + 2 * op};
+    const uint8_t* const s[3] = {src444.data(), src444.data() + plane, src444.data() + 2 * plane};
+    synthesizeViewReference(d, ow, s, w, depth.data(), table.data(), first, w, h);
+    if (sideBySide)
+        for (int r = 0; r < 3 * h; ++r) std::copy_n(&src444[size_t(r) * w], w, &dst444[r * ow + w]);
+    EXPECT_TRUE(kvdsr::ycbcr444pTo420sp(d[0], d[1], d[2], 0, out.data(), 0, out.data() + op, 0, uint32_t(ow), h));
+    return out;
+}
 
 TEST_P(Fused420, MatchesTheFourFourFourPath) {
-    const auto [w, h, sideBySide, stride] = GetParam();
-    const size_t plane = size_t(w) * h, ow = sideBySide ? 2 * size_t(w) : size_t(w);
+    const auto [w, h, sideBySide, stride, smooth] = GetParam();
+    const size_t plane = size_t(w) * h, ow = sideBySide ? 2 * size_t(w) : size_t(w), op = ow * h;
     const uint32_t sy = stride ? stride : uint32_t(w);
-    std::mt19937 rng(w * 7 + h + sideBySide);
+    std::mt19937 rng(w * 7 + h + sideBySide + 100 * smooth);
     std::vector<uint8_t> y(size_t(sy) * h), uv(size_t(sy) * (h / 2) + 1);
     for (auto& b : y) b = uint8_t(rng());
     for (auto& b : uv) b = uint8_t(rng());
-    // Random depth over a real table, so that gaps and occlusions of every
-    // kind appear.
     double m[16];
-    buildViewMatrix(m, kCam, 900);
-    std::vector<uint16_t> table(size_t(kDepthLevels) * w), depth(plane);
+    virtualCamera(m, kCam, 900);
+    std::vector<uint16_t> table(size_t(kDepthLevels) * w);
     buildShiftTable(table.data(), m, kCam, w);
-    for (size_t i = 0; i < plane; ++i) depth[i] = uint16_t(rng() % 2 ? 1 + rng() % 40 : 1 + rng() % 1023);
+    const std::vector<uint16_t> depth = depthPattern(plane, w, smooth, rng);
     const int32_t first = 3;
 
-    std::vector<uint8_t> src444(3 * plane), dst444(3 * ow * h, 128), ref(ow * h * 3 / 2 + ow, 0xEE);
+    std::vector<uint8_t> src444(3 * plane);
     ASSERT_TRUE(kvdsr::ycbcr420spTo444p(y.data(), stride, uv.data(), stride, src444.data(), src444.data() + plane,
                                         src444.data() + 2 * plane, 0, w, h));
-    std::fill(dst444.begin(), dst444.begin() + ow * h, 0);
-    if (sideBySide) {
-        synthesizeViewSideBySide(dst444.data(), src444.data(), depth.data(), table.data(), first, w, h);
-        for (int r = 0; r < 3 * h; ++r) std::copy_n(&src444[size_t(r) * w], w, &dst444[r * ow + w]);
-    } else {
-        uint8_t* const d[3] = {dst444.data(), dst444.data() + plane, dst444.data() + 2 * plane};
-        const uint8_t* const s[3] = {src444.data(), src444.data() + plane, src444.data() + 2 * plane};
-        synthesizeView(d, w, s, w, depth.data(), table.data(), first, w, h);
-    }
-    const size_t op = ow * h;
-    ASSERT_TRUE(kvdsr::ycbcr444pTo420sp(dst444.data(), dst444.data() + op, dst444.data() + 2 * op, 0, ref.data(), 0,
-                                        ref.data() + op, 0, uint32_t(ow), h));
+    const std::vector<uint8_t> ref = via444(src444, depth, table, first, w, h, sideBySide);
 
     std::vector<uint8_t> fused(ref.size(), 0x11);
-    synthesizeView420({fused.data(), fused.data() + op, sideBySide, y.data(), stride, uv.data(), stride, depth.data(),
-                       nullptr, table.data(), first, w, h});
+    synthesizeView420({fused.data(), fused.data() + op, sideBySide, y.data(), sy, uv.data(), sy, 128, table.data(),
+                       first, w, h},
+                      depth.data());
     // Both leave the bytes past height / 2 chroma rows alone.
     for (size_t i = op + (h / 2) * ow; i < ref.size(); ++i) fused[i] = ref[i];
     EXPECT_EQ(fused, ref);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Fused420,
-                         ::testing::Values(std::make_tuple(64, 48, false, 0u), std::make_tuple(64, 48, true, 0u),
-                                           std::make_tuple(37, 21, false, 40u), std::make_tuple(37, 21, true, 0u),
-                                           std::make_tuple(130, 9, true, 131u), std::make_tuple(5, 1, false, 0u)));
+                         ::testing::Combine(::testing::Values(64, 37, 130, 5, 2), ::testing::Values(21, 48, 1),
+                                            ::testing::Bool(), ::testing::Values(0u, 131u), ::testing::Bool()));
+
+// A source the 4:4:4 conversion refuses is synthesised as the all-zero image
+// it leaves: rows of zeros, and a zero Cr for an odd width's last column.
+TEST(Fused420, ZeroSourceMatchesTheAllZeroImage) {
+    for (int w : {33, 32})
+        for (bool sideBySide : {false, true}) {
+            const int h = 10;
+            const size_t ow = sideBySide ? 2 * size_t(w) : size_t(w), op = ow * h;
+            std::mt19937 rng(w);
+            double m[16];
+            virtualCamera(m, kCam, 900);
+            std::vector<uint16_t> table(size_t(kDepthLevels) * w);
+            buildShiftTable(table.data(), m, kCam, w);
+            const std::vector<uint16_t> depth = depthPattern(size_t(w) * h, w, false, rng);
+            const std::vector<uint8_t> ref =
+                via444(std::vector<uint8_t>(3 * size_t(w) * h, 0), depth, table, 2, w, h, sideBySide);
+            const std::vector<uint8_t> zero(size_t(w) + 1, 0);
+            std::vector<uint8_t> fused(ref.size(), 0x11);
+            synthesizeView420({fused.data(), fused.data() + op, sideBySide, zero.data(), 0, zero.data(), 0, 0,
+                               table.data(), 2, w, h},
+                              depth.data());
+            for (size_t i = op + (h / 2) * ow; i < ref.size(); ++i) fused[i] = ref[i];
+            EXPECT_EQ(fused, ref) << w << " " << sideBySide;
+        }
+}
 
 }  // namespace
 
 namespace {
 
-// Depth rows made inside the 4:2:0 synthesis against a resized map, for each
-// resampler path (factors 2 and 3, general enlargement, area shrinking).
-class FusedResize : public ::testing::TestWithParam<std::tuple<int, int, int, int>> {};
-
-TEST_P(FusedResize, RowsOnTheFlyMatchTheResizedMap) {
-    const auto [w, h, dw, dh] = GetParam();
-    std::mt19937 rng(w + 3 * dw);
-    std::vector<uint16_t> low(size_t(dw) * dh), depth(size_t(w) * h);
-    for (auto& v : low) v = uint16_t(rng() % 2 ? 1 + rng() % 30 : rng() % 1024);
-    std::vector<uint32_t> scratch(resizeScratchSize(dh, w) + 1);
-    resizeDepth(depth.data(), low.data(), dw, dh, w, h, scratch.data());
-    double m[16];
-    buildViewMatrix(m, kCam, 700);
-    std::vector<uint16_t> table(size_t(kDepthLevels) * w);
-    buildShiftTable(table.data(), m, kCam, w);
-    std::vector<uint8_t> y(size_t(w) * h), uv(size_t(w) * (h / 2) + 1);
-    for (auto& b : y) b = uint8_t(rng());
-    for (auto& b : uv) b = uint8_t(rng());
-
-    for (bool sbs : {false, true}) {
-        const size_t ow = sbs ? 2 * size_t(w) : size_t(w), op = ow * h;
-        std::vector<uint8_t> a(op * 3 / 2, 0x5A), b(op * 3 / 2, 0x5A);
-        synthesizeView420({a.data(), a.data() + op, sbs, y.data(), 0, uv.data(), 0, depth.data(), nullptr,
-                           table.data(), 2, w, h});
-        const DepthResizer rows(low.data(), dw, dh, w, h, scratch.data());
-        synthesizeView420({b.data(), b.data() + op, sbs, y.data(), 0, uv.data(), 0, nullptr, &rows, table.data(), 2,
-                           w, h});
-        EXPECT_EQ(a, b) << "side by side " << sbs;
+// Row targets and run ends against their one-at-a-time definitions: stretches
+// of one level of every length and alignment, levels past the table, targets
+// one apart with breaks anywhere.
+TEST(RowTargets, StretchesOfOneLevelReadTheTableLikeSinglePixels) {
+    for (int round = 0; round < 40; ++round) {
+        std::mt19937 rng(round);
+        const int w = 1 + int(rng() % 70);
+        std::vector<uint16_t> table(size_t(kDepthLevels) * w), levels(w), targets(w + 1, 0xBEEF);
+        for (auto& t : table) t = uint16_t(rng());
+        uint16_t level = 0;
+        for (int x = 0; x < w; ++x) {
+            if (rng() % 5 == 0) level = uint16_t(rng() % 3 == 0 ? 1024 + rng() % 3000 : rng() % 1024);
+            levels[x] = level;
+        }
+        rowTargets(targets.data(), levels.data(), table.data(), w);
+        for (int x = 0; x < w; ++x)
+            ASSERT_EQ(targets[x], table[size_t(std::min<int>(levels[x], 1023)) * w + x]) << round << " " << x;
+        EXPECT_EQ(targets[w], 0xBEEF);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, FusedResize,
-                         ::testing::Values(std::make_tuple(64, 48, 32, 24), std::make_tuple(66, 48, 22, 16),
-                                           std::make_tuple(64, 48, 16, 12), std::make_tuple(40, 30, 64, 48),
-                                           std::make_tuple(256, 144, 64, 36)));
-
-}  // namespace
-
-namespace {
+TEST(RowTargets, RunEndIsTheFirstTargetOutOfStep) {
+    for (int round = 0; round < 200; ++round) {
+        std::mt19937 rng(round);
+        const int n = 1 + int(rng() % 40), from = int(rng() % 5);
+        const uint16_t first = uint16_t(round % 7 == 0 ? 65535 - n - from : rng() % 60000);
+        std::vector<uint16_t> targets(size_t(from + n) + 4);
+        for (int i = 0; i < int(targets.size()); ++i) targets[i] = uint16_t(first + (i - from));
+        const int breakAt = from + int(rng() % (n + 1));
+        if (breakAt < from + n) targets[breakAt] = uint16_t(targets[breakAt] + 1 + rng() % 3);
+        const int limit = from + n;
+        int expected = from;
+        while (expected < limit && targets[expected] == uint16_t(first + (expected - from))) ++expected;
+        ASSERT_EQ(runEnd(targets.data(), from, limit, first), expected) << round;
+    }
+}
 
 // The row loop against the plain reference: random targets (in and out of
 // the image, repeated, backwards), random levels (some above 1023), several

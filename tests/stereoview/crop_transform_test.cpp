@@ -6,7 +6,7 @@
 #include <random>
 
 #include "calibpack.h"
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 #include "calibration/calib_parser.h"
 #include "stereoview/crop_transform.h"
 
@@ -78,8 +78,8 @@ Block sampleBlock(bool flat = false) {
     return b;
 }
 
-void loadMatrix(const uint8_t* s, uint32_t at, double* m) {
-    for (int i = 0; i < 9; ++i) m[i] = calib::load<float>(s, at + 4 * i);
+void widen(const float* f, double* m) {
+    for (int i = 0; i < 9; ++i) m[i] = f[i];
 }
 
 TEST(CropTransform, WholeImageRectanglesLeaveTheBlockAlone) {
@@ -101,16 +101,18 @@ TEST(CropTransform, SectionDescribesTheScaledCrop) {
     ASSERT_EQ(stereoview::cropTransform(b.bytes, w, h, rects), stereoview::kCropOk);
     for (int camera = 1; camera <= 2; ++camera) {
         SCOPED_TRACE(camera);
-        const uint8_t* s = b.bytes + calib::kSectionOffset[camera];
-        const uint8_t* s0 = before.bytes + calib::kSectionOffset[camera];
+        const calib::CameraModel s = calib::readCamera(b.bytes, camera);
+        const calib::CameraModel s0 = calib::readCamera(before.bytes, camera);
         const CropRect& r = rects[camera - 1];
         const double cw = r.x1 - r.x0 + 1, ch = r.y1 - r.y0 + 1;
-        EXPECT_EQ(calib::load<uint16_t>(s, calib::sec::kModelWidth), w);
-        EXPECT_EQ(calib::load<uint16_t>(s, calib::sec::kModelHeight), h);
-        EXPECT_EQ(calib::load<uint16_t>(s, calib::sec::kCalibWidth), cw);
-        EXPECT_EQ(calib::load<uint16_t>(s, calib::sec::kCalibHeight), ch);
+        EXPECT_EQ(s.modelWidth, w);
+        EXPECT_EQ(s.modelHeight, h);
+        EXPECT_EQ(s.calibWidth, cw);
+        EXPECT_EQ(s.calibHeight, ch);
         // Distortion table untouched.
-        EXPECT_EQ(0, std::memcmp(s + calib::sec::kDistortionCount, s0 + calib::sec::kDistortionCount, 90));
+        EXPECT_EQ(s.distortionCount, s0.distortionCount);
+        EXPECT_EQ(0, std::memcmp(s.distortionRadii, s0.distortionRadii, sizeof s.distortionRadii));
+        EXPECT_EQ(0, std::memcmp(s.distortionValues, s0.distortionValues, sizeof s.distortionValues));
 
         const double sx = cw / w, sy = ch / h;
         auto toCalib = [&](double x, double y, double& X, double& Y) {
@@ -122,8 +124,8 @@ TEST(CropTransform, SectionDescribesTheScaledCrop) {
             y = (Y - r.y0 + 0.5) / sy - 0.5;
         };
         double H0[9], H1[9];
-        loadMatrix(s0, calib::sec::kHomography, H0);
-        loadMatrix(s, calib::sec::kHomography, H1);
+        widen(s0.homography, H0);
+        widen(s.homography, H1);
         for (double y : {0.0, 100.0, 359.0})
             for (double x : {0.0, 333.0, 639.0}) {
                 double X, Y, U, V, u, v, u1, v1;
@@ -136,14 +138,13 @@ TEST(CropTransform, SectionDescribesTheScaledCrop) {
             }
         // Principal point moved with the crop (1/16 pixel fixed point).
         double px, py;
-        toWork(calib::load<uint16_t>(s0, calib::sec::kPrincipalX) / 16.0,
-               calib::load<uint16_t>(s0, calib::sec::kPrincipalY) / 16.0, px, py);
-        EXPECT_NEAR(calib::load<uint16_t>(s, calib::sec::kPrincipalX) / 16.0, px, 1.0 / 16);
-        EXPECT_NEAR(calib::load<uint16_t>(s, calib::sec::kPrincipalY) / 16.0, py, 1.0 / 16);
+        toWork(s0.principalX / 16.0, s0.principalY / 16.0, px, py);
+        EXPECT_NEAR(s.principalX / 16.0, px, 1.0 / 16);
+        EXPECT_NEAR(s.principalY / 16.0, py, 1.0 / 16);
         // Projection normalised to a last element of 1, unless that element
         // is 0 (a camera at the origin), where there is nothing to divide by.
-        const float last = calib::load<float>(s0, calib::sec::kProjection + 44);
-        EXPECT_EQ(calib::load<float>(s, calib::sec::kProjection + 44), last == 0.f ? 0.f : 1.0f);
+        const float last = s0.projection[11];
+        EXPECT_EQ(s.projection[11], last == 0.f ? 0.f : 1.0f);
     }
 }
 
@@ -153,7 +154,7 @@ TEST(CropTransform, UnsolvableRectangleLeavesItsCameraAlone) {
     const CropRect rects[2] = {{0, 10, 1599, 9}, stereoview::centredCrop169(4160, 3120)};  // camera 1: no height
     EXPECT_EQ(stereoview::cropTransform(b.bytes, 640, 360, rects), stereoview::kCropSolveFailed);
     EXPECT_EQ(0, std::memcmp(b.bytes + 4, before.bytes + 4, 240));
-    EXPECT_EQ(calib::load<uint16_t>(b.bytes + 244, calib::sec::kModelWidth), 640);
+    EXPECT_EQ(calib::readCamera(b.bytes, 2).modelWidth, 640);
 }
 
 }  // namespace

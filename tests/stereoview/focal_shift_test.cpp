@@ -1,6 +1,7 @@
 // Focal alignment shift: row kernels, the depth table and shift search, and
 // the four entry points on small frames with canary-filled outputs.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <cstring>
 #include <numeric>
@@ -284,29 +285,56 @@ TEST_P(FocalShiftSideBySide, HalfWidthIsTheFullWidthResultHalved) {
     for (size_t i = outW * H * 3 / 2; i < out.size(); ++i) ASSERT_EQ(out[i], kCanary);
 }
 
-// Frames large enough for the worker thread (0xF01) and the OpenMP team
-// (0xF05): the rows they share out must come out as the serial rule says.
-TEST_P(FocalShiftSideBySide, LargeFramesOnThreadsMatchTheRule) {
-    const uint32_t format = GetParam();
-    const uint16_t W = 640, H = 240;
-    ASSERT_EQ(initWith(100, W / 2, H), kvDSR_OK);
+INSTANTIATE_TEST_SUITE_P(Formats, FocalShiftSideBySide,
+                         ::testing::Values(kvDSR_FMT_YUV420SP, kvDSR_FMT_YUV420P));
+
+class FocalShiftTeam : public ::testing::TestWithParam<std::tuple<uint32_t, int>> {
+protected:
+    void SetUp() override { omp_set_num_threads(std::get<1>(GetParam())); }
+    void TearDown() override { omp_set_num_threads(saved_); }
+    const int saved_ = omp_get_max_threads();
+};
+
+// Frames large enough for the team, with an odd height (a half row of
+// neutral chroma past the chroma rows): the rows shared out, a few to an
+// item, come out as the serial rule says, in all three paths.
+TEST_P(FocalShiftTeam, LargeFramesMatchTheRule) {
+    const uint32_t format = std::get<0>(GetParam());
+    const uint16_t W = 640, H = 241, w = W / 2;
+    ASSERT_EQ(initWith(100, w, H), kvDSR_OK);
     const size_t s = static_cast<size_t>(-focalshift::currentShift());
     ASSERT_GT(s, 0u);
-    Bytes in = randomBytes(size_t{W} * H * 3 / 2, 6), full(in.size(), kCanary), half(in.size() / 2, kCanary);
+
+    const size_t rows = size_t{H} + H / 2;
+    Bytes first = randomBytes(w * rows, 11), second = randomBytes(w * rows, 12);
+    Bytes outFirst(first.size(), kCanary), outSecond(first.size(), kCanary);
+    kvDSR_ImageDesc dFirst = desc(format, first), dSecond = desc(format, second);
+    ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShift(outSecond.data(), outFirst.data(), &dSecond, &dFirst, w, H),
+              kvDSR_OK);
+    for (size_t r = 0; r < rows; ++r)
+        for (size_t c = 0; c < w; ++c) {
+            const size_t i = r * w + c;
+            ASSERT_EQ(outFirst[i], c + s < w ? first[i + s] : kCanary) << r << "," << c;
+            ASSERT_EQ(outSecond[i], c >= s ? second[i - s] : kCanary) << r << "," << c;
+        }
+
+    Bytes in = randomBytes(size_t{W} * H * 3 / 2, 6), full(in.size(), kCanary), half(in.size() / 2 + 8, kCanary);
     kvDSR_ImageDesc d = desc(format, in);
     ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(full.data(), W, H, &d, W, H), kvDSR_OK);
     EXPECT_EQ(full, expectedSideBySide(in, format, W, H, s, kCanary));
-    ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(half.data(), W / 2, H, &d, W, H), kvDSR_OK);
+    ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(half.data(), w, H, &d, W, H), kvDSR_OK);
     const Bytes buffered = expectedSideBySide(in, format, W, H, s, 0);
-    for (size_t r = 0; r < size_t{H} * 3 / 2; ++r)
-        for (size_t k = 0; k < W / 2; ++k) {
+    for (size_t r = 0; r < rows; ++r)
+        for (size_t k = 0; k < w; ++k) {
             const size_t from = r * W + (format == kvDSR_FMT_YUV420SP ? (k / 2) * 4 + k % 2 : 2 * k);
-            ASSERT_EQ(half[r * (W / 2) + k], buffered[from]) << r << "," << k;
+            ASSERT_EQ(half[r * w + k], buffered[from]) << r << "," << k;
         }
+    for (size_t i = rows * w; i < half.size(); ++i) ASSERT_EQ(half[i], kCanary) << i;
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, FocalShiftSideBySide,
-                         ::testing::Values(kvDSR_FMT_YUV420SP, kvDSR_FMT_YUV420P));
+INSTANTIATE_TEST_SUITE_P(FormatsAndThreads, FocalShiftTeam,
+                         ::testing::Combine(::testing::Values(kvDSR_FMT_YUV420SP, kvDSR_FMT_YUV420P),
+                                            ::testing::Values(1, 2, 3)));
 
 // An output shorter than the frame gets only its own rows: nothing is
 // written past outWidth * outHeight * 3/2 bytes.
@@ -320,6 +348,29 @@ TEST(FocalShiftSideBySide, FullWidthStaysInsideAShorterOutput) {
     // The rows it does write follow the rule: row 0 of the left half moved left.
     EXPECT_EQ(out[0], in[25]);
     EXPECT_EQ(out[kW * outH], in[kW * kH + 25]);  // chroma starts after the output's own luma
+}
+
+// Half width, an output shorter than the frame: the first outHeight * 3/2
+// rows of the halved frame, exactly as a tall enough output gets them, and
+// nothing past them.
+TEST_P(FocalShiftSideBySide, HalfWidthStaysInsideAShorterOutput) {
+    constexpr size_t kPadding = 16;
+    const uint32_t format = GetParam();
+    ASSERT_EQ(initWith(100, kW / 2, kH), kvDSR_OK);
+    const size_t outW = kW / 2;
+    Bytes in = randomBytes(size_t{kW} * kH * 3 / 2, 10);
+    kvDSR_ImageDesc d = desc(format, in);
+    Bytes tall(outW * kH * 3 / 2, kCanary);
+    ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(tall.data(), outW, kH, &d, kW, kH), kvDSR_OK);
+    for (uint16_t outH : {0, 1, 2, 3, kH - 1}) {
+        const size_t fits = outW * (size_t{outH} * 3 / 2);
+        Bytes out(fits + 2 * kPadding, kCanary);
+        ASSERT_EQ(kvDSR_StereoView_FocalAlignmentShiftSideBySide(out.data() + kPadding, outW, outH, &d, kW, kH),
+                  kvDSR_OK);
+        EXPECT_EQ(0, std::memcmp(out.data() + kPadding, tall.data(), fits)) << "outHeight " << outH;
+        for (size_t i = 0; i < kPadding; ++i)
+            ASSERT_TRUE(out[i] == kCanary && out[fits + kPadding + i] == kCanary) << "outHeight " << outH;
+    }
 }
 
 TEST(FocalShiftSideBySide, HalfWidthNeedsTheBufferOfAMatchingInit) {

@@ -1,0 +1,410 @@
+// Every run function at 1920x1080 NV21, timed call by call through the public
+// interface under three conditions, side by side in one run:
+//   idle, one thread      (omp_set_num_threads(1) for these calls only)
+//   idle, N threads       (the library's default team, as a caller gets it)
+//   loaded, N threads     (two busy processes per core, started and stopped
+//                          here, beside the default team)
+// Reports the median and 90th percentile of each, the idle N-thread speed-up
+// and the contention ratios: loaded median and loaded 90th percentile over
+// the idle one-thread median (bounds 2 and 3).
+//
+// A plain timing loop rather than Google Benchmark: percentiles of single
+// calls and load phases are what is measured. The busy processes each live
+// at most kLoadLifetime seconds and die with this process (Linux).
+//
+// Usage: contention_bench [--calls N] [--warmup N] [--per-core K] [--only TEXT]
+//                         [--no-load] [--json]
+#include <omp.h>
+#include <signal.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "calibpack.h"
+#include "kvDSR.h"
+
+namespace {
+
+constexpr uint16_t kW = 1920, kH = 1080;        // frames
+constexpr uint16_t kDw = 480, kDh = 270;        // disparity map
+constexpr uint16_t kSprW = 1280, kSprH = 720;   // SPR output
+constexpr uint16_t kViewShift = 300;
+constexpr uint16_t kBinocularShift = 800;
+constexpr uint16_t kDistance = 1000;
+constexpr unsigned kLoadLifetime = 120;          // seconds, per busy process
+constexpr double kMedianBound = 2.0, kP90Bound = 3.0;
+
+// ---- Busy processes -----------------------------------------------------------
+
+// Process ids of running busy processes; read by the signal handler.
+constexpr int kMaxLoad = 1024;
+volatile sig_atomic_t g_loadCount = 0;
+pid_t g_load[kMaxLoad];
+
+void killLoad() {
+    for (int i = 0; i < g_loadCount; ++i) kill(g_load[i], SIGKILL);
+    for (int i = 0; i < g_loadCount; ++i) waitpid(g_load[i], nullptr, 0);
+    g_loadCount = 0;
+}
+
+void onSignal(int sig) {
+    for (int i = 0; i < g_loadCount; ++i) kill(g_load[i], SIGKILL);
+    signal(sig, SIG_DFL);
+    raise(sig);
+}
+
+[[noreturn]] void busyChild(pid_t parent) {
+    // Only async-signal-safe calls here: the parent has OpenMP threads.
+    signal(SIGINT, SIG_DFL);
+    signal(SIGTERM, SIG_DFL);
+#ifdef __linux__
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(0);
+#else
+    (void)parent;
+#endif
+    alarm(kLoadLifetime);
+    volatile uint64_t spin = 0;
+    for (;;) spin = spin + 1;
+}
+
+bool startLoad(int processes) {
+    const pid_t parent = getpid();
+    for (int i = 0; i < processes && g_loadCount < kMaxLoad; ++i) {
+        const pid_t pid = fork();
+        if (pid < 0) {
+            std::perror("contention_bench: fork");
+            killLoad();
+            return false;
+        }
+        if (pid == 0) busyChild(parent);
+        g_load[g_loadCount] = pid;
+        g_loadCount = g_loadCount + 1;
+    }
+    // Let the scheduler spread them over the cores before measuring.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    return true;
+}
+
+// True while every busy process still runs.
+bool loadAlive() {
+    for (int i = 0; i < g_loadCount; ++i)
+        if (waitpid(g_load[i], nullptr, WNOHANG) != 0) return false;
+    return true;
+}
+
+// ---- Frames -----------------------------------------------------------------------
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes picture(size_t w, size_t h420, uint32_t seed) {
+    std::mt19937 rng(seed);
+    Bytes v(w * h420);
+    for (size_t i = 0; i < v.size(); ++i) {
+        const size_t x = i % w, y = i / w;
+        v[i] = uint8_t((x * 3 + y * 2 + ((x / 7 + y / 5) % 3) * 40 + rng() % 24) & 0xFF);
+    }
+    return v;
+}
+
+Bytes disparity(uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::vector<uint8_t> blocks(size_t(kDw / 12 + 1) * (kDh / 12 + 1));
+    for (auto& b : blocks) b = uint8_t(8 + rng() % 120);
+    Bytes m(size_t(kDw) * kDh);
+    for (size_t y = 0; y < kDh; ++y)
+        for (size_t x = 0; x < kDw; ++x) {
+            const uint32_t r = rng() % 100;
+            m[y * kDw + x] = r < 3 ? 255 : uint8_t(blocks[(y / 12) * (kDw / 12 + 1) + x / 12] + r % 5);
+        }
+    return m;
+}
+
+// An NV21 frame: luma then interleaved chroma in one buffer.
+struct Frame {
+    Bytes bytes;
+    kvDSR_ImageDesc desc{};
+    Frame(size_t w, size_t h, uint32_t seed) : bytes(picture(w, h + h / 2, seed)) {
+        desc = {kvDSR_FMT_YUV420SP, {0, 0, 0}, {bytes.data(), bytes.data() + w * h, nullptr}};
+    }
+};
+
+// ---- Cases ------------------------------------------------------------------------
+
+struct Case {
+    std::string name;
+    std::function<uint32_t()> init;
+    std::function<void()> prepare;  // before every call, not timed
+    std::function<uint32_t()> call;
+};
+
+struct Inputs {
+    Bytes calib = kvdsr::calibpack::packContainer(kvdsr::calibpack::sampleModule(), 1547);
+    Frame left{kW, kH, 1}, right{kW, kH, 2}, sideBySide{2u * kW, kH, 3};
+    Bytes rightOriginal = right.bytes;
+    Bytes map = disparity(4), mapOriginal = map;
+    kvDSR_ImageDesc depth{kvDSR_FMT_DEPTH8, {0, 0, 0}, {nullptr, nullptr, nullptr}};
+    Bytes out1 = Bytes(size_t(2) * kW * kH * 3 / 2), out2 = Bytes(size_t(kW) * kH * 3 / 2);
+
+    Inputs() { depth.plane[0] = map.data(); }
+    uint32_t calibSize() const { return uint32_t(calib.size()); }
+};
+
+std::vector<Case> cases(Inputs& in) {
+    auto restoreMap = [&in] { in.map = in.mapOriginal; };
+    auto depthInit = [&in] {
+        return kvDSR_Init(in.calib.data(), in.calibSize(), nullptr, 0, kW, kH, kDw, kDh, kViewShift);
+    };
+    auto stereoInit = [&in] { return kvDSR_StereoView_Init(in.calib.data(), in.calibSize(), nullptr, 0, kW, kH); };
+    auto focalInit = [&in](uint16_t width) {
+        return [&in, width] {
+            return kvDSR_StereoView_FocalAlignmentShift_Init(in.calib.data(), in.calibSize(), nullptr, 0, width, kH,
+                                                             kDistance);
+        };
+    };
+    return {
+        {"kvDSR_Run", depthInit, restoreMap,
+         [&in] { return kvDSR_Run(in.out1.data(), &in.left.desc, kW, kH, &in.depth, kDw, kDh); }},
+        {"kvDSR_Run_SideBySide", depthInit, restoreMap,
+         [&in] {
+             return kvDSR_Run_SideBySide(in.out1.data(), 2u * kW, 0, &in.left.desc, kW, kH, &in.depth, kDw, kDh);
+         }},
+        {"kvDSR_Binocular_Run",
+         [&in] {
+             return kvDSR_Binocular_Init(in.calib.data(), in.calibSize(), nullptr, 0, kW, kH, kDw, kDh,
+                                         kBinocularShift);
+         },
+         [&in] {
+             in.map = in.mapOriginal;
+             in.right.bytes = in.rightOriginal;  // colour-matched in place
+         },
+         [&in] {
+             return kvDSR_Binocular_Run(in.out1.data(), &in.left.desc, &in.right.desc, kW, kH, &in.depth, kDw, kDh);
+         }},
+        {"kvDSR_StereoView_Run", stereoInit, [] {},
+         [&in] { return kvDSR_StereoView_Run(in.out2.data(), in.out1.data(), &in.right.desc, &in.left.desc, kW, kH); }},
+        {"kvDSR_StereoView_Run_SideBySide", stereoInit, [] {},
+         [&in] {
+             return kvDSR_StereoView_Run_SideBySide(in.out1.data(), 2u * kW, kH, &in.right.desc, &in.left.desc, kW, kH);
+         }},
+        {"kvDSR_SPR_Run",
+         [&in] { return kvDSR_SPR_Init(in.calib.data(), in.calibSize(), nullptr, 0, kW, kH, kSprW, kSprH); }, [] {},
+         [&in] {
+             return kvDSR_SPR_Run(in.out2.data(), in.out1.data(), &in.right.desc, &in.left.desc, kW, kH, kSprW, kSprH);
+         }},
+        {"FocalAlignmentShift (two frames)", focalInit(kW), [] {},
+         [&in] {
+             return kvDSR_StereoView_FocalAlignmentShift(in.out2.data(), in.out1.data(), &in.right.desc, &in.left.desc,
+                                                         kW, kH);
+         }},
+        {"FocalAlignmentShiftSideBySide", focalInit(kW), [] {},
+         [&in] {
+             return kvDSR_StereoView_FocalAlignmentShiftSideBySide(in.out1.data(), 2u * kW, kH, &in.sideBySide.desc,
+                                                                   2 * kW, kH);
+         }},
+        {"FocalAlignmentShiftSideBySide (half)", focalInit(kW), [] {},
+         [&in] {
+             return kvDSR_StereoView_FocalAlignmentShiftSideBySide(in.out1.data(), kW, kH, &in.sideBySide.desc,
+                                                                   2 * kW, kH);
+         }},
+    };
+}
+
+// ---- Measuring --------------------------------------------------------------------
+
+struct Stats {
+    double median = 0, p90 = 0;
+};
+
+Stats stats(std::vector<double> ms) {
+    std::sort(ms.begin(), ms.end());
+    const size_t n = ms.size();
+    Stats s;
+    s.median = (ms[(n - 1) / 2] + ms[n / 2]) / 2;
+    s.p90 = ms[size_t(std::ceil(0.9 * double(n))) - 1];  // nearest rank
+    return s;
+}
+
+struct Options {
+    int calls = 40;
+    int warmup = 3;
+    int perCore = 2;
+    bool load = true;
+    bool json = false;
+    std::string only;
+};
+
+// Times `calls` calls after `warmup` untimed ones; false on a non-zero status.
+bool measure(const Case& c, const Options& o, Stats& out) {
+    std::vector<double> ms;
+    for (int i = 0; i < o.warmup + o.calls; ++i) {
+        c.prepare();
+        const auto t0 = std::chrono::steady_clock::now();
+        const uint32_t rc = c.call();
+        const auto t1 = std::chrono::steady_clock::now();
+        if (rc != 0) {
+            std::fprintf(stderr, "contention_bench: %s returned 0x%x\n", c.name.c_str(), rc);
+            return false;
+        }
+        if (i >= o.warmup) ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
+    }
+    out = stats(ms);
+    return true;
+}
+
+struct Row {
+    std::string name;
+    Stats idle1, idleN, loaded;
+    bool haveLoad = false;
+};
+
+bool parse(int argc, char** argv, Options& o) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        // The option's number, at least `least`.
+        auto number = [&](int& v, int least) {
+            if (i + 1 >= argc) return false;
+            char* end = nullptr;
+            const long n = std::strtol(argv[++i], &end, 10);
+            if (*end != '\0' || n < least || n > 1000000) return false;
+            v = int(n);
+            return true;
+        };
+        bool ok = true;
+        if (a == "--calls") ok = number(o.calls, 1);
+        else if (a == "--warmup") ok = number(o.warmup, 0);
+        else if (a == "--per-core") ok = number(o.perCore, 1);
+        else if (a == "--only" && i + 1 < argc) o.only = argv[++i];
+        else if (a == "--no-load") o.load = false;
+        else if (a == "--json") o.json = true;
+        else ok = false;
+        if (!ok) return false;
+    }
+    return true;
+}
+
+void printTable(const std::vector<Row>& rows, int threads, int cores, const Options& o) {
+    std::printf("contention_bench: %ux%u NV21 (map %ux%u, SPR to %ux%u), %d calls per condition\n", kW, kH, kDw, kDh,
+                kSprW, kSprH, o.calls);
+    std::printf("N = %d threads (the default team); load = %d busy processes (%d per core, %d cores)\n\n", threads,
+                o.perCore * cores, o.perCore, cores);
+    std::printf("%-38s %17s %17s %17s %8s %9s %9s\n", "", "idle, 1 thread", "idle, N threads", "loaded, N threads",
+                "speed-up", "loaded", "loaded");
+    std::printf("%-38s %8s %8s %8s %8s %8s %8s %8s %9s %9s\n", "function (ms)", "median", "p90", "median", "p90",
+                "median", "p90", "idle N", "med/idle1", "p90/idle1");
+    for (const Row& r : rows) {
+        std::printf("%-38s %8.2f %8.2f %8.2f %8.2f", r.name.c_str(), r.idle1.median, r.idle1.p90, r.idleN.median,
+                    r.idleN.p90);
+        if (r.haveLoad) {
+            const double m = r.loaded.median / r.idle1.median, p = r.loaded.p90 / r.idle1.median;
+            std::printf(" %8.2f %8.2f %7.2fx %8.2f%s %8.2f%s\n", r.loaded.median, r.loaded.p90,
+                        r.idle1.median / r.idleN.median, m, m <= kMedianBound ? " " : "!", p,
+                        p <= kP90Bound ? " " : "!");
+        } else {
+            std::printf(" %8s %8s %7.2fx\n", "-", "-", r.idle1.median / r.idleN.median);
+        }
+    }
+    if (o.load)
+        std::printf("\n!: above the bound (loaded median <= %.0fx, loaded p90 <= %.0fx the idle 1-thread median)\n",
+                    kMedianBound, kP90Bound);
+}
+
+void printJson(const std::vector<Row>& rows, int threads, int cores, const Options& o) {
+    auto st = [](const Stats& s) {
+        char b[96];
+        std::snprintf(b, sizeof b, "{\"median_ms\": %.4f, \"p90_ms\": %.4f}", s.median, s.p90);
+        return std::string(b);
+    };
+    std::printf("{\n  \"width\": %u, \"height\": %u, \"format\": \"NV21\", \"calls\": %d,\n", kW, kH, o.calls);
+    std::printf("  \"threads\": %d, \"cores\": %d, \"load_processes\": %d,\n  \"functions\": [\n", threads, cores,
+                o.load ? o.perCore * cores : 0);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const Row& r = rows[i];
+        std::printf("    {\"name\": \"%s\", \"idle_1_thread\": %s, \"idle_n_threads\": %s", r.name.c_str(),
+                    st(r.idle1).c_str(), st(r.idleN).c_str());
+        std::printf(", \"speedup_n_threads\": %.4f", r.idle1.median / r.idleN.median);
+        if (r.haveLoad)
+            std::printf(", \"loaded_n_threads\": %s, \"loaded_median_over_idle_1\": %.4f, "
+                        "\"loaded_p90_over_idle_1\": %.4f",
+                        st(r.loaded).c_str(), r.loaded.median / r.idle1.median, r.loaded.p90 / r.idle1.median);
+        std::printf("}%s\n", i + 1 < rows.size() ? "," : "");
+    }
+    std::printf("  ]\n}\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    if (!parse(argc, argv, o)) {
+        std::fprintf(stderr,
+                     "usage: %s [--calls N] [--warmup N] [--per-core K] [--only TEXT] [--no-load] [--json]\n",
+                     argv[0]);
+        return 2;
+    }
+    signal(SIGINT, onSignal);
+    signal(SIGTERM, onSignal);
+    signal(SIGHUP, onSignal);
+    std::atexit(killLoad);
+
+    // The default team, as any caller of the library gets it; only the
+    // one-thread phase changes it, and puts it back.
+    const int threads = omp_get_max_threads();
+    const int cores = int(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)));
+
+    Inputs in;
+    std::vector<Row> rows;
+    for (const Case& c : cases(in)) {
+        if (!o.only.empty() && c.name.find(o.only) == std::string::npos) continue;
+        if (const uint32_t rc = c.init()) {
+            std::fprintf(stderr, "contention_bench: Init for %s returned 0x%x\n", c.name.c_str(), rc);
+            return 1;
+        }
+        Row r;
+        r.name = c.name;
+        omp_set_num_threads(1);
+        const bool ok1 = measure(c, o, r.idle1);
+        omp_set_num_threads(threads);
+        if (!ok1 || !measure(c, o, r.idleN)) return 1;
+        if (o.load) {
+            if (!startLoad(o.perCore * cores)) return 1;
+            const bool ok = measure(c, o, r.loaded);
+            const bool alive = loadAlive();
+            killLoad();
+            if (!ok) return 1;
+            if (!alive) {
+                std::fprintf(stderr, "contention_bench: a busy process ended early during %s\n", c.name.c_str());
+                return 1;
+            }
+            r.haveLoad = true;
+        }
+        rows.push_back(r);
+        if (!o.json) std::fprintf(stderr, "%s done\n", c.name.c_str());
+    }
+    kvDSR_Close();
+    kvDSR_Binocular_Close();
+    kvDSR_StereoView_Close();
+    kvDSR_SPR_Close();
+    kvDSR_StereoView_FocalAlignmentShift_Close();
+
+    if (o.json)
+        printJson(rows, threads, cores, o);
+    else
+        printTable(rows, threads, cores, o);
+    return 0;
+}

@@ -1,0 +1,235 @@
+// The call-wide team: helper threads, the claim counter and the waits.
+#include "common/frame_team.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#if defined(_OPENMP)
+#include <omp.h>
+#endif
+
+namespace kvdsr {
+
+namespace {
+
+// The claim word packs the job's epoch with its next and total item counts,
+// so that one compare-and-swap both checks that a job is still the current
+// one and takes an item of it: a helper never reads a job it did not claim.
+constexpr int kItemBits = 20;
+constexpr uint64_t kItemMask = (uint64_t(1) << kItemBits) - 1;
+constexpr uint32_t kEpochMask = 0xFFFFFF;
+constexpr int kMaxSlots = 64;
+
+uint64_t claimWord(uint32_t epoch, uint64_t next, uint64_t total) {
+    return (uint64_t(epoch & kEpochMask) << (2 * kItemBits)) | (next << kItemBits) | total;
+}
+
+// Spins are short: a helper that spins long between frames loses the
+// scheduler's credit for having slept, and a waiter that spins burns the
+// time slice the thread it waits for may need.
+constexpr int kHelperSpins = 2000;
+constexpr int kWaitSpins = 1000;
+
+inline void cpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || (defined(__arm__) && defined(__ARM_ARCH) && __ARM_ARCH >= 7)
+    __asm__ __volatile__("yield");
+#endif
+}
+
+class Team {
+public:
+    Team() = default;
+    Team(const Team&) = delete;
+    Team& operator=(const Team&) = delete;
+
+    ~Team() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stop_ = true;
+            epoch_.fetch_add(1);
+        }
+        wake_.notify_all();
+        for (std::thread& t : helpers_)
+            if (t.joinable()) t.join();
+    }
+
+    void run(const detail::StagedJob& job, int threads) {
+        std::lock_guard<std::mutex> serial(runMutex_);
+        ensureHelpers(threads - 1);
+        const uint64_t total = job.begin[job.stages];
+        jobThreads_.store(threads, std::memory_order_relaxed);
+        job_.store(&job, std::memory_order_relaxed);
+        done_.store(0, std::memory_order_relaxed);
+        const uint32_t epoch = epoch_.load(std::memory_order_relaxed) + 1;
+        claim_.store(claimWord(epoch, 0, total), std::memory_order_release);
+        epoch_.store(epoch);
+        if (sleepers_.load() > 0) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            wake_.notify_all();
+        }
+        uint64_t item;
+        while (claim(epoch, &item)) execute(item, 0);
+        waitDone(total);
+    }
+
+private:
+    void ensureHelpers(int count) {
+        while (int(helpers_.size()) < count) {
+            const int slot = int(helpers_.size()) + 1;
+            const uint32_t seen = epoch_.load();
+            try {
+                helpers_.emplace_back([this, slot, seen] { helperLoop(slot, seen); });
+            } catch (const std::system_error&) {
+                return;  // no more threads to be had: the others do the work
+            } catch (const std::bad_alloc&) {
+                return;
+            }
+        }
+    }
+
+    void helperLoop(int slot, uint32_t seen) {
+        for (;;) {
+            uint32_t epoch = epoch_.load(std::memory_order_acquire);
+            for (int i = 0; epoch == seen && i < kHelperSpins; ++i) {
+                cpuRelax();
+                epoch = epoch_.load(std::memory_order_acquire);
+            }
+            if (epoch == seen) {
+                std::unique_lock<std::mutex> lock(mutex_);
+                sleepers_.fetch_add(1);
+                wake_.wait(lock, [&] { return stop_ || epoch_.load() != seen; });
+                sleepers_.fetch_sub(1);
+                if (stop_) return;
+                epoch = epoch_.load();
+            }
+            seen = epoch;
+            if (slot >= jobThreads_.load(std::memory_order_relaxed)) continue;
+            uint64_t item;
+            while (claim(epoch, &item)) execute(item, slot);
+        }
+    }
+
+    bool claim(uint32_t epoch, uint64_t* item) {
+        uint64_t word = claim_.load(std::memory_order_acquire);
+        for (;;) {
+            if (uint32_t(word >> (2 * kItemBits)) != (epoch & kEpochMask)) return false;
+            const uint64_t next = (word >> kItemBits) & kItemMask, total = word & kItemMask;
+            if (next >= total) return false;
+            if (claim_.compare_exchange_weak(word, word + (uint64_t(1) << kItemBits), std::memory_order_acq_rel,
+                                             std::memory_order_acquire)) {
+                *item = next;
+                return true;
+            }
+        }
+    }
+
+    // The job stays alive while an item of it is claimed and not done.
+    void execute(uint64_t item, int slot) {
+        const detail::StagedJob& job = *job_.load(std::memory_order_relaxed);
+        int stage = 0;
+        while (item >= job.begin[stage + 1]) ++stage;
+        if (job.begin[stage] > 0) waitDone(job.begin[stage]);
+        job.run(job.ctx, stage, uint32_t(item - job.begin[stage]), slot);
+        done_.fetch_add(1);
+        if (waiters_.load() > 0) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            finished_.notify_all();
+        }
+    }
+
+    void waitDone(uint64_t target) {
+        for (int i = 0; i < kWaitSpins; ++i) {
+            if (done_.load(std::memory_order_acquire) >= target) return;
+            cpuRelax();
+        }
+        std::unique_lock<std::mutex> lock(mutex_);
+        waiters_.fetch_add(1);
+        finished_.wait(lock, [&] { return done_.load() >= target; });
+        waiters_.fetch_sub(1);
+    }
+
+    std::mutex runMutex_;  // one job at a time, even for callers that do not serialise
+    std::mutex mutex_;
+    std::condition_variable wake_, finished_;
+    std::atomic<uint64_t> claim_{0};
+    std::atomic<uint64_t> done_{0};
+    std::atomic<uint32_t> epoch_{0};
+    std::atomic<int> sleepers_{0}, waiters_{0};
+    std::atomic<int> jobThreads_{0};
+    std::atomic<const detail::StagedJob*> job_{nullptr};
+    std::vector<std::thread> helpers_;
+    bool stop_ = false;
+};
+
+// Made on first use, stopped and joined when the library is unloaded or the
+// process exits. A forked child has none of its parent's helper threads: it
+// leaves the parent's team alone (never destroyed there) and makes its own.
+struct TeamHolder {
+    Team* team = nullptr;
+    pid_t owner = 0;
+    ~TeamHolder() {
+        if (team && owner == getpid()) delete team;
+    }
+    Team& get() {
+        const pid_t pid = getpid();
+        if (!team || owner != pid) {
+            team = new Team;
+            owner = pid;
+        }
+        return *team;
+    }
+};
+
+TeamHolder& holder() {
+    static TeamHolder h;
+    return h;
+}
+
+void runOnCaller(const detail::StagedJob& job) {
+    for (int s = 0; s < job.stages; ++s)
+        for (uint64_t i = job.begin[s]; i < job.begin[s + 1]; ++i)
+            job.run(job.ctx, s, uint32_t(i - job.begin[s]), 0);
+}
+
+}  // namespace
+
+int teamSlots() {
+    int n = 1;
+#if defined(_OPENMP)
+    if (!omp_in_parallel()) n = omp_get_max_threads();
+#endif
+    return std::clamp(n, 1, kMaxSlots);
+}
+
+namespace detail {
+
+void runJob(const StagedJob& job, bool useTeam) {
+    const int threads = useTeam ? teamSlots() : 1;
+    const uint64_t total = job.begin[job.stages];
+    if (threads <= 1 || total <= 1 || total > kItemMask) {
+        runOnCaller(job);
+        return;
+    }
+    Team* team = nullptr;
+    try {
+        team = &holder().get();
+    } catch (const std::bad_alloc&) {
+        runOnCaller(job);
+        return;
+    }
+    team->run(job, threads);
+}
+
+}  // namespace detail
+
+}  // namespace kvdsr
