@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Usage: tool_test.sh KVDSR WORKDIR SAMPLES
+# Usage: tool_test.sh KVDSR WORKDIR SAMPLES KVDSR_CALIB
 # Runs the tool's subcommands on the samples and on broken input: every
 # failure must exit with the tool's own code and a clear message, never by
 # a signal.
@@ -7,6 +7,7 @@ set -u
 KVDSR=$1
 WORK=$2
 SAMPLES=$3
+KVDSR_CALIB=$4
 rm -rf "$WORK"
 mkdir -p "$WORK"
 cd "$WORK" || exit 1
@@ -68,6 +69,15 @@ run demo 0 "index.html" demo --out demo
 for img in $(grep -o 'src="[^"]*"' demo/index.html | sed 's/src="//; s/"//'); do
   [ -s "demo/$img" ] || fail "demo: index.html shows missing $img"
 done
+# Fed in its own geometry the binocular engine fills the disocclusions from
+# the real right image: far better there than the depth view's interpolation.
+holes() { grep -A2 "^ok    $1" demo.out | grep -o 'disoccluded holes [0-9.]*' | grep -o '[0-9.]*$'; }
+dv_holes=$(holes "Depth view: the right")
+bi_holes=$(holes "Binocular")
+awk -v d="${dv_holes:-0}" -v b="${bi_holes:-0}" 'BEGIN { exit !(d > 10 && b > d + 4) }' ||
+  fail "demo: holes PSNR binocular ${bi_holes:-?} dB vs depth view ${dv_holes:-?} dB"
+grep -q "After: vertical disparity of the 54 board corners mean 0\.[0-4]" demo.out ||
+  fail "demo: rectified corners not within half a pixel"
 MOD=$SAMPLES/chess-rig.calib
 MODULE_JSON=$SAMPLES/../sample-module.json
 ALOE=demo/aloe.calib
@@ -118,7 +128,7 @@ run bad_format 1 "unknown format 'yuyv'" focal-shift --calib "$MOD" --first "$L"
 run bad_size 1 "is not WxH" focal-shift --calib "$MOD" --first small.nv21 --second small.nv21 --format nv21 \
   --size 64by48
 run size_mismatch 1 "differ in size" focal-shift --calib "$MOD" --first "$L" --second "$AR"
-run colour_depth 1 "one-channel grey" depthview --calib "$ALOE" --image "$AL" --depth demo/in-aloe-left.png
+run colour_depth 1 "one-channel grey" depthview --calib "$ALOE" --image "$AL" --depth demo/depthview.png
 run jpeg_depth 1 "not a PNG" depthview --calib "$ALOE" --image "$AL" --depth "$AL"
 run raw_depth_size 1 "bytes, but a depth8 map" depthview --calib "$ALOE" --image "$AL" --depth small.nv21 \
   --depth-format depth8 --depth-size 640x554
@@ -127,6 +137,65 @@ run short_calib 2 "kvDSR_ERR_CALIB_LENGTH" focal-shift --calib short.calib --fir
 run empty_calib 1 "empty calibration" focal-shift --calib /dev/null --first "$L" --second "$R"
 run spr_format 1 "nv21 or nv12" spr --calib "$MOD" --first "$L" --second "$R" --out-size 320x240 --format i420
 run fs_format 2 "kvDSR_ERR_IMAGE_FORMAT" focal-shift --calib "$MOD" --first "$L" --second "$R" --format i444
+
+# ---- plausibility warnings: stderr only, exit status unchanged ----
+/usr/bin/python3 -c "
+import random, sys
+random.seed(7)
+sys.stdout.buffer.write(bytes(random.getrandbits(8) for _ in range(512)))" >random.calib
+run random_calib 0 "warning: random.calib, body 0, camera" stereoview --calib random.calib --first "$L" \
+  --second "$R" --out rnd
+grep -q "warning: output .*every luma sample is" random_calib.err || fail "random_calib: no uniform-output warning"
+run plausible_calib 0 "" stereoview --calib "$MOD" --first "$L" --second "$R" --out plaus
+grep -q "warning" plausible_calib.err && fail "plausible_calib: warned about a good calibration"
+printf '{"bodies": [{"camera1": {"projection": [1,0,0,0, 0,1,0,0, 0,0,1,0], "pixelPitch": "small"}}]}' >typed.json
+run json_key 1 "typed.json: .*bodies\[0\].camera1.pixelPitch: expected a number, found string" focal-shift \
+  --calib typed.json --first "$L" --second "$R"
+printf '{"bodies": [' >broken.json
+run json_syntax 1 "broken.json: not JSON: parse error at line 1" focal-shift --calib broken.json --first "$L" \
+  --second "$R"
+grep -q "json.exception" json_syntax.err json_key.err && fail "raw parser exception text shown"
+# The calibration tool: the same warnings beside its JSON, the same errors.
+"$KVDSR_CALIB" inspect random.calib >inspect.out 2>inspect.err || fail "inspect random.calib: exit $?"
+grep -q '"bodies"' inspect.out || fail "inspect random.calib: no JSON"
+grep -q "warning: random.calib, body 0, camera 1: " inspect.err || fail "inspect random.calib: no warning"
+"$KVDSR_CALIB" inspect "$MOD" >/dev/null 2>inspect_good.err || fail "inspect $MOD: exit $?"
+[ -s inspect_good.err ] && fail "inspect warned about a good container: $(cat inspect_good.err)"
+"$KVDSR_CALIB" pack typed.json -o typed.calib 2>pack.err && fail "pack typed.json: succeeded"
+grep -q "typed.json: bodies\[0\].camera1.pixelPitch: expected a number" pack.err || fail "pack: key not named"
+
+# ---- geometry: binocular fed mirrored (--depth-of left) or as it is ----
+rc=$(run_engine bi_right binocular --calib "$ALOE" --left "$AL" --right "$AR" --depth "$AD" --depth-of right \
+  --out bir)
+[ "$rc" != 0 ] || { [ -s bir-synth.png ] && [ -s bir-right.png ]; } || fail "binocular --depth-of right: no output"
+run bad_direction 1 "direction" depthview --calib "$ALOE" --image "$AL" --depth "$AD" --direction up
+run dv_right 0 "wrote" depthview --calib "$ALOE" --image "$AL" --depth "$AD" --direction right --out dvr --raw dvr
+run dv_left 0 "wrote" depthview --calib "$ALOE" --image "$AL" --depth "$AD" --out dvl --raw dvl
+cmp -s dvr-synth.nv21 dvl-synth.nv21 && fail "--direction right gives the same view as left"
+
+# ---- bench: every engine, small and quick; JSON checked field by field ----
+run bench_json 0 "" bench --sizes 128x96 --frames 2 --threads 1 --json
+/usr/bin/python3 - bench_json.out <<'PY' || fail "bench --json: wrong content"
+import json, sys
+doc = json.load(open(sys.argv[1]))
+names = {r["engine"] for r in doc["results"]}
+want = {"depthview", "depthview-sbs", "binocular", "stereoview", "stereoview-sbs", "spr", "focal-shift",
+        "focal-shift-sbs"}
+assert names == want, names
+for r in doc["results"]:
+    assert "error" not in r, r
+    assert r["size"] == "128x96" and r["threads"] == 1, r
+    assert 0 < r["minMs"] <= r["medianMs"] <= r["maxMs"], r
+    assert abs(r["fps"] - 1000 / r["medianMs"]) < 1e-6 * r["fps"], r
+    assert r["initMs"] > 0 and 0 < r["rssMiB"] <= r["peakMiB"], r
+assert doc["framesPerCase"] == 2 and doc["library"]
+PY
+run bench_text 0 "depthview" bench --sizes 64x64,128x96 --frames 1 --threads 1,2 --engines depthview,spr
+[ "$(grep -c '^\(64x64\|128x96\) ' bench_text.out)" = 8 ] || fail "bench text: not 2 sizes x 2 engines x 2 thread counts"
+run bench_size 1 "multiples of 8" bench --sizes 100x75
+run bench_engine 1 "unknown engine 'warp'" bench --engines warp --sizes 64x64
+run bench_threads 1 "--threads: 0" bench --threads 0 --sizes 64x64
+run bench_frames 1 "--frames must be" bench --frames 0 --sizes 64x64
 
 # ---- the other engines: outputs, or their status named ----
 rc=$(run_engine dv depthview --calib "$ALOE" --image "$AL" --depth "$AD" --view-shift 50 --out dv)

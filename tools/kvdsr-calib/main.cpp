@@ -13,6 +13,7 @@
 #include <iterator>
 #include <map>
 
+#include "calib_check.h"
 #include "calibpack.h"
 #include "calibration/calib_parser.h"
 #include "calibration/cipher.h"
@@ -103,6 +104,10 @@ int inspect(const std::string& file, const std::string& keyFile, int32_t focus, 
             return 2;
         }
         const pack::Body body = p.type == 1 ? pack::unpackKind1(p.block) : pack::unpackKind3(p.block);
+        // Values the parser accepts but no module has: say so, without
+        // changing the exit status.
+        for (const std::string& w : kvdsr::calibtool::plausibilityWarnings(body))
+            std::cerr << "kvdsr-calib: warning: " << file << ", body " << i << ", " << w << "\n";
         json j = kvdsr::calibtool::toJson(body);
         double P1[12], P2[12];
         for (int k = 0; k < 12; ++k) {
@@ -136,10 +141,14 @@ pack::Key keyFromFile(const std::string& path) {
 
 int packCommand(const std::string& input, const std::string& output, uint32_t length, bool encipher,
                 const std::string& keyFile, uint32_t ivSeed) {
-    std::ifstream in(input);
-    if (!in) throw std::runtime_error("cannot read " + input);
-    const json doc = json::parse(in);
-    const auto bodies = kvdsr::calibtool::moduleFromJson(doc);
+    const Bytes text = readFile(input);
+    const json doc = kvdsr::calibtool::parseDocument(std::string(text.begin(), text.end()), input);
+    std::vector<pack::Body> bodies;
+    try {
+        bodies = kvdsr::calibtool::moduleFromJson(doc);
+    } catch (const std::exception& e) {
+        throw std::runtime_error(input + ": " + e.what());
+    }
     if (length == 0) length = doc.value("container", 1547u);
     if (encipher) {
         static const std::map<uint32_t, uint32_t> kEnciphered = {{464, 496},   {466, 496},   {512, 544},

@@ -1,6 +1,8 @@
 #include "module_json.h"
 
 #include <charconv>
+#include <limits>
+#include <type_traits>
 #include <regex>
 #include <stdexcept>
 #include <string>
@@ -26,25 +28,54 @@ json reals(const std::array<float, N>& v) {
     return a;
 }
 
+// Readers that name the key they read: "bodies[1].camera2.pixelPitch:
+// expected a number, found a string".
+[[noreturn]] void bad(const std::string& path, const std::string& why) { throw std::runtime_error(path + ": " + why); }
+
+std::string key(const std::string& path, const char* name) { return path.empty() ? name : path + "." + name; }
+
+const json& member(const json& j, const std::string& path, const char* name) {
+    if (!j.is_object()) bad(path.empty() ? "document" : path, std::string("expected an object, found ") + j.type_name());
+    if (!j.contains(name)) bad(key(path, name), "missing");
+    return j.at(name);
+}
+
+template <class T>
+T numberAt(const json& v, const std::string& path) {
+    if (!v.is_number()) bad(path, std::string("expected a number, found ") + v.type_name());
+    if constexpr (std::is_integral_v<T>) {
+        if (!v.is_number_integer()) bad(path, "expected a whole number, found " + v.dump());
+        const auto x = v.get<int64_t>();
+        if (x < std::numeric_limits<T>::min() || x > std::numeric_limits<T>::max())
+            bad(path, v.dump() + " is out of range " + std::to_string(std::numeric_limits<T>::min()) + ".." +
+                          std::to_string(std::numeric_limits<T>::max()));
+        return static_cast<T>(x);
+    } else {
+        return v.get<T>();
+    }
+}
+
 template <size_t N>
-std::array<float, N> realsFrom(const json& j, const char* name) {
-    const json& a = j.at(name);
-    if (!a.is_array() || a.size() != N) throw std::runtime_error(std::string(name) + ": expected " + std::to_string(N) + " numbers");
+std::array<float, N> realsFrom(const json& j, const std::string& path, const char* name) {
+    const json& a = member(j, path, name);
+    const std::string here = path + "." + name;
+    if (!a.is_array() || a.size() != N) bad(here, "expected " + std::to_string(N) + " numbers");
     std::array<float, N> v{};
-    for (size_t i = 0; i < N; ++i) v[i] = a[i].get<float>();
+    for (size_t i = 0; i < N; ++i) v[i] = numberAt<float>(a[i], here + "[" + std::to_string(i) + "]");
     return v;
 }
 
 template <class T>
-T get(const json& j, const char* name, T fallback) {
-    return j.contains(name) ? j.at(name).get<T>() : fallback;
+T get(const json& j, const std::string& path, const char* name, T fallback) {
+    return j.contains(name) ? numberAt<T>(j.at(name), path + "." + name) : fallback;
 }
 
-std::array<uint16_t, 2> pairFrom(const json& j, const char* name) {
+std::array<uint16_t, 2> pairFrom(const json& j, const std::string& path, const char* name) {
     if (!j.contains(name)) return {0, 0};
     const json& a = j.at(name);
-    if (!a.is_array() || a.size() != 2) throw std::runtime_error(std::string(name) + ": expected two numbers");
-    return {a[0].get<uint16_t>(), a[1].get<uint16_t>()};
+    const std::string here = path + "." + name;
+    if (!a.is_array() || a.size() != 2) bad(here, "expected two numbers");
+    return {numberAt<uint16_t>(a[0], here + "[0]"), numberAt<uint16_t>(a[1], here + "[1]")};
 }
 
 }  // namespace
@@ -93,42 +124,49 @@ json toJson(const Body& b) {
             {"camera2", toJson(b.camera2)}};
 }
 
-CameraSection sectionFromJson(const json& j) {
+CameraSection sectionFromJson(const json& j, const std::string& path) {
+    if (!j.is_object()) bad(path, std::string("expected an object, found ") + j.type_name());
     CameraSection c;
-    c.number = get<int32_t>(j, "number", 1);
-    if (j.contains("homography")) c.homography = realsFrom<9>(j, "homography");
-    c.projection = realsFrom<12>(j, "projection");
-    c.mapValues = pairFrom(j, "mapValues");
-    const auto calib = pairFrom(j, "calibSize");
+    c.number = get<int32_t>(j, path, "number", 1);
+    if (j.contains("homography")) c.homography = realsFrom<9>(j, path, "homography");
+    c.projection = realsFrom<12>(j, path, "projection");
+    c.mapValues = pairFrom(j, path, "mapValues");
+    const auto calib = pairFrom(j, path, "calibSize");
     c.calibWidth = calib[0];
     c.calibHeight = calib[1];
-    const auto model = j.contains("modelSize") ? pairFrom(j, "modelSize") : calib;
+    const auto model = j.contains("modelSize") ? pairFrom(j, path, "modelSize") : calib;
     c.modelWidth = model[0];
     c.modelHeight = model[1];
-    c.pixelPitch = j.at("pixelPitch").get<float>();
-    c.focusSlope = get<float>(j, "focusSlope", 0.f);
-    c.focusInfinity = get<float>(j, "focusInfinity", 0.f);
-    c.focalLength = j.at("focalLength").get<float>();
-    c.objectDistance = get<float>(j, "objectDistance", 0.f);
-    const auto pp = pairFrom(j, "principalPoint16");
+    c.pixelPitch = numberAt<float>(member(j, path, "pixelPitch"), path + ".pixelPitch");
+    c.focusSlope = get<float>(j, path, "focusSlope", 0.f);
+    c.focusInfinity = get<float>(j, path, "focusInfinity", 0.f);
+    c.focalLength = numberAt<float>(member(j, path, "focalLength"), path + ".focalLength");
+    c.objectDistance = get<float>(j, path, "objectDistance", 0.f);
+    const auto pp = pairFrom(j, path, "principalPoint16");
     c.principalX = pp[0];
     c.principalY = pp[1];
     if (j.contains("distortion")) {
-        for (const json& e : j.at("distortion")) {
-            if (!e.is_array() || e.size() != 2) throw std::runtime_error("distortion: expected [radius, distortion] pairs");
-            c.distortion.push_back({e[0].get<int16_t>(), e[1].get<int16_t>()});
+        const json& d = j.at("distortion");
+        const std::string here = path + ".distortion";
+        if (!d.is_array()) bad(here, std::string("expected an array, found ") + d.type_name());
+        for (size_t i = 0; i < d.size(); ++i) {
+            const json& e = d[i];
+            const std::string at = here + "[" + std::to_string(i) + "]";
+            if (!e.is_array() || e.size() != 2) bad(at, "expected a [radius, distortion] pair");
+            c.distortion.push_back({numberAt<int16_t>(e[0], at + "[0]"), numberAt<int16_t>(e[1], at + "[1]")});
         }
-        if (c.distortion.size() > 22) throw std::runtime_error("distortion: at most 22 entries");
+        if (c.distortion.size() > 22) bad(here, "at most 22 entries");
     }
     return c;
 }
 
-Body bodyFromJson(const json& j) {
+Body bodyFromJson(const json& j, const std::string& path) {
+    if (!j.is_object()) bad(path, std::string("expected an object, found ") + j.type_name());
     Body b;
-    b.camera1 = sectionFromJson(j.at("camera1"));
-    b.camera2 = sectionFromJson(j.at("camera2"));
-    b.revision = get<uint16_t>(j, "revision", 2);
-    b.referenceWidth = get<uint16_t>(j, "referenceWidth", b.camera2.calibWidth);
+    b.camera1 = sectionFromJson(member(j, path, "camera1"), path + ".camera1");
+    b.camera2 = sectionFromJson(member(j, path, "camera2"), path + ".camera2");
+    b.revision = get<uint16_t>(j, path, "revision", 2);
+    b.referenceWidth = get<uint16_t>(j, path, "referenceWidth", b.camera2.calibWidth);
     return b;
 }
 
@@ -139,10 +177,26 @@ json moduleToJson(const std::vector<Body>& bodies) {
 }
 
 std::vector<Body> moduleFromJson(const json& j) {
+    const json& list = member(j, "", "bodies");
+    if (!list.is_array()) bad("bodies", std::string("expected an array, found ") + list.type_name());
     std::vector<Body> bodies;
-    for (const json& b : j.at("bodies")) bodies.push_back(bodyFromJson(b));
-    if (bodies.empty()) throw std::runtime_error("bodies: none given");
+    for (size_t i = 0; i < list.size(); ++i) bodies.push_back(bodyFromJson(list[i], "bodies[" + std::to_string(i) + "]"));
+    if (bodies.empty()) bad("bodies", "none given");
+    if (j.contains("container")) numberAt<uint32_t>(j.at("container"), "container");
     return bodies;
+}
+
+json parseDocument(const std::string& text, const std::string& file) {
+    try {
+        return json::parse(text);
+    } catch (const json::parse_error& e) {
+        // The library's text starts with its own error id; the position and
+        // reason follow it.
+        std::string why = e.what();
+        const auto cut = why.find("] ");
+        if (cut != std::string::npos) why = why.substr(cut + 2);
+        throw std::runtime_error(file + ": not JSON: " + why);
+    }
 }
 
 }  // namespace kvdsr::calibtool

@@ -15,11 +15,16 @@ std::string dumpCompact(const json& j);
 
 json toJson(const calibpack::CameraSection& c);
 json toJson(const calibpack::Body& b);
-calibpack::CameraSection sectionFromJson(const json& j);
-calibpack::Body bodyFromJson(const json& j);
+// Readers throw std::runtime_error naming the key: "bodies[0].camera2.pixelPitch:
+// expected a number, found a string".
+calibpack::CameraSection sectionFromJson(const json& j, const std::string& path = "camera");
+calibpack::Body bodyFromJson(const json& j, const std::string& path = "body");
 
 // {"units": "mm", "bodies": [...]} and back. Throws on a malformed document.
 json moduleToJson(const std::vector<calibpack::Body>& bodies);
 std::vector<calibpack::Body> moduleFromJson(const json& j);
+// Parses a document; a syntax error throws std::runtime_error with the file,
+// line and column.
+json parseDocument(const std::string& text, const std::string& file);
 
 }  // namespace kvdsr::calibtool

@@ -44,22 +44,25 @@ DepthMap loadDepth(const std::string& path, const DepthOptions& opt) {
     std::vector<uint8_t> bytes = readFile(path);
     if (opt.format.empty() || opt.size.empty())
         throw std::invalid_argument(path + ": not a PNG; a raw map needs --depth-format and --depth-size");
+    d = emptyDepth(opt);
+    if (bytes.size() != d.bytes.size())
+        throw std::runtime_error(path + ": " + std::to_string(bytes.size()) + " bytes, but a " + opt.format +
+                                 " map of " + opt.size + " has " + std::to_string(d.bytes.size()));
+    d.bytes = std::move(bytes);
+    return d;
+}
+
+DepthMap emptyDepth(const DepthOptions& opt) {
+    DepthMap d;
     parseSize(opt.size, d.width, d.height);
-    size_t sample = 0;
     if (opt.format == "depth8") {
         d.format = kvDSR_FMT_DEPTH8;
-        sample = 1;
     } else if (opt.format == "depth16") {
         d.format = kvDSR_FMT_DEPTH16;
-        sample = 2;
     } else {
         throw std::invalid_argument("unknown --depth-format '" + opt.format + "' (use depth8 or depth16)");
     }
-    const size_t want = size_t(d.width) * d.height * sample;
-    if (bytes.size() != want)
-        throw std::runtime_error(path + ": " + std::to_string(bytes.size()) + " bytes, but a " + opt.format +
-                                 " map of " + opt.size + " has " + std::to_string(want));
-    d.bytes = std::move(bytes);
+    d.bytes.assign(d.bytesPerFrame(), 0);
     return d;
 }
 

@@ -25,6 +25,8 @@ struct DepthOptions {
 
 // 8-bit grey PNG -> 0xF03, 16-bit grey PNG -> 0xF04; raw files need both options.
 DepthMap loadDepth(const std::string& path, const DepthOptions& opt);
+// A zeroed raw map of the options' format and size.
+DepthMap emptyDepth(const DepthOptions& opt);
 
 // A container file as it is, or JSON that the calibration tool reads,
 // packed into a container.

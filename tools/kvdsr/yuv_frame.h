@@ -33,6 +33,8 @@ struct YuvFrame {
 };
 
 YuvFrame makeFrame(Layout l, int w, int h);                // black
+
+// Conversions and files (yuv_convert.cpp: libyuv and the image readers).
 YuvFrame rgbToFrame(const RgbImage& rgb, Layout l);        // throws on odd sizes for 4:2:0
 RgbImage frameToRgb(const YuvFrame& f);
 // Reads a raw frame file; its size must be exactly right.
@@ -43,6 +45,7 @@ YuvFrame readRawFrame(const std::string& path, Layout l, int w, int h);
 RgbImage sideBySide(const RgbImage& a, const RgbImage& b);
 RgbImage anaglyph(const RgbImage& a, const RgbImage& b);
 
+// (back in yuv_frame.cpp, which needs the library's header only)
 // Parses "WxH" (each 1..65535); throws std::invalid_argument otherwise.
 void parseSize(const std::string& s, int& w, int& h);
 

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "calibration/calib_block.h"
+#include "calibration/camera_model.h"
 #include "kvDSR.h"
 #include "remap/remap.h"
 #include "stereoview/stereo_params.h"
@@ -45,23 +45,15 @@ int fillScale(const std::string& container, uint16_t w, uint16_t h) {
         return 1;
     }
     kvdsr::stereoview::rescaleBothCameras(block, w, h);
-    uint32_t ws = 0, mb = 0;
-    kvdsr::remap::Remap_QuerySize(&ws, &mb, w, h, w, h, w, h, 0, 1, 1);
+    const kvdsr::remap::RemapLayout layout{w, h, w, h};
     for (int camera = 1; camera <= 2; ++camera) {
-        const kvdsr::remap::RemapModel model = kvdsr::remap::Remap_BuildModel(block, camera, w, h);
-        const uint8_t* s = block + kvdsr::calib::kSectionOffset[camera];
-        const int n = kvdsr::calib::load<uint16_t>(s, kvdsr::calib::sec::kDistortionCount);
-        std::vector<double> radii(n), dist(n);
-        for (int i = 0; i < n; ++i) {
-            radii[i] = double(float(kvdsr::calib::load<int16_t>(s, kvdsr::calib::sec::kDistortionRadii + 2 * i)) *
-                              0.001f);
-            dist[i] = double(float(kvdsr::calib::load<int16_t>(s, kvdsr::calib::sec::kDistortionValues + 2 * i)) *
-                             0.001f);
-        }
+        const kvdsr::calib::CameraModel cam = kvdsr::calib::readCamera(block, camera);
+        const kvdsr::remap::RemapModel model = kvdsr::remap::Remap_BuildModel(cam, layout);
+        const kvdsr::remap::DistortionTable table = kvdsr::remap::DistortionTable_FromModel(cam, 0);
         double sx = 0, sy = 0;
         std::vector<double> map(size_t(2) * model.gridWidth * model.gridHeight);
-        const uint32_t r = kvdsr::remap::DistortionMap_Build(map.data(), model, radii.data(), dist.data(), n, 0, &sx,
-                                                             &sy, 1);
+        const uint32_t r = kvdsr::remap::DistortionMap_Build(map.data(), model, table.radius, table.distortion,
+                                                             table.calibrationEntries, 0, &sx, &sy, 1);
         if (r != kvdsr::remap::kMapOk) {  // 0xD114 too: the engine would build no table
             std::fprintf(stderr, "fill scale of camera %d failed: 0x%X\n", camera, r);
             return 1;
