@@ -28,7 +28,8 @@ KVDSR_API uint32_t kvDSR_CameraLayout_Get(uint32_t* layout) {
 KVDSR_API uint32_t kvDSR_VersionInfo_Get(char* buffer, int32_t size) {
     if (size < 256) return kvDSR_ERR_BUFFER_TOO_SMALL;
     if (!buffer) return kvDSR_ERR_NULL_POINTER;
-    static const char kVersion[5] = {'0', '.', '6', '1', '\0'};
+    static const char kVersion[] = KVDSR_VERSION_STRING;
+    static_assert(sizeof kVersion == 5, "the version query writes five bytes");
     std::memcpy(buffer, kVersion, sizeof kVersion);
     return kvDSR_OK;
 }
