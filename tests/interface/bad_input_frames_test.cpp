@@ -26,7 +26,7 @@ namespace {
 
 using kvdsr::test::CallerBuffer;
 using kvdsr::test::CallerFrame;
-using kvdsr::test::FrameSpec;
+using kvdsr::test::FrameShape;
 using kvdsr::test::Placement;
 using Bytes = std::vector<uint8_t>;
 using FormatPair = std::pair<uint32_t, uint32_t>;
@@ -54,13 +54,13 @@ std::unique_ptr<CallerBuffer> output(size_t bytes, size_t lumaBytes) {
 
 enum class MapContent { Random, Ramp, Invalid, Constant };
 
-struct MapSpec {
+struct MapShape {
     uint32_t format;
     MapContent content;
     size_t misalign;
 };
 
-std::string name(const MapSpec& m) {
+std::string name(const MapShape& m) {
     static const char* kinds[] = {"random", "ramp", "invalid", "constant"};
     return std::string(m.format == kvDSR_FMT_DEPTH8 ? "d8-" : "d16-") + kinds[int(m.content)] +
            (m.misalign ? "-odd" : "");
@@ -71,7 +71,7 @@ std::string name(const MapSpec& m) {
 // never constant once converted (an 8-bit one can be, where the map's
 // height makes every disparity tiny). Invalid/Constant: constant after the
 // conversion, so the flat-depth shortcut is taken.
-std::unique_ptr<CallerBuffer> depthMap(const MapSpec& m, size_t dw, size_t dh, uint32_t seed) {
+std::unique_ptr<CallerBuffer> depthMap(const MapShape& m, size_t dw, size_t dh, uint32_t seed) {
     const bool wide = m.format == kvDSR_FMT_DEPTH16;
     auto buf = std::make_unique<CallerBuffer>(dw * dh * (wide ? 2 : 1), m.misalign);
     std::mt19937 rng(seed);
@@ -125,13 +125,13 @@ struct Layout {
     std::array<bool, 3> nullPlane;
 };
 
-Outcome runDepthView(bool sideBySide, const FrameSpec& spec, const MapSpec& m, const Sizes& s) {
-    CallerFrame frame(spec);
+Outcome runDepthView(bool sideBySide, const FrameShape& shape, const MapShape& m, const Sizes& s) {
+    CallerFrame frame(shape);
     auto map = depthMap(m, s.dw, s.dh, s.w * 31u + s.dh);
     kvDSR_ImageDesc depth = depthDesc(m.format, map->data());
     const size_t outW = sideBySide ? 2u * s.w : s.w;
     const size_t luma = outW * s.h;
-    const size_t bytes = spec.format == kvDSR_FMT_YUV420SP ? luma * 3 / 2 : luma * 3;
+    const size_t bytes = shape.format == kvDSR_FMT_YUV420SP ? luma * 3 / 2 : luma * 3;
     auto out = output(bytes, luma);
     Outcome r;
     r.prefill = out->bytes();
@@ -167,9 +167,9 @@ protected:
     }
     void TearDown() override { kvDSR_Close(); }
 
-    FrameSpec spec(uint32_t format, const Layout& l) const {
+    FrameShape shape(uint32_t format, const Layout& l) const {
         const Sizes s = GetParam();
-        FrameSpec f;
+        FrameShape f;
         f.format = format;
         f.w = s.w;
         f.h = s.h;
@@ -199,24 +199,24 @@ std::vector<Layout> acceptedLayouts(uint32_t format, uint32_t w) {
             {"padded-separate-odd", {w + 5, w + 9, w + 1}, S, 1, {}}};
 }
 
-const MapSpec kMaps[] = {
+const MapShape kMaps[] = {
     {kvDSR_FMT_DEPTH8, MapContent::Random, 0},    {kvDSR_FMT_DEPTH16, MapContent::Random, 0},
     {kvDSR_FMT_DEPTH16, MapContent::Random, 1},   {kvDSR_FMT_DEPTH8, MapContent::Invalid, 1},
     {kvDSR_FMT_DEPTH16, MapContent::Invalid, 1},  {kvDSR_FMT_DEPTH8, MapContent::Constant, 0},
     {kvDSR_FMT_DEPTH16, MapContent::Constant, 0},
 };
 
-bool isFlat(const MapSpec& m) { return m.content == MapContent::Invalid || m.content == MapContent::Constant; }
+bool isFlat(const MapShape& m) { return m.content == MapContent::Invalid || m.content == MapContent::Constant; }
 
 TEST_P(DepthViewFrames, EveryAcceptedLayoutGivesThePackedLayoutsBytes) {
     const Sizes s = GetParam();
     const bool empty = size_t(s.w) * s.h == 0;
     for (uint32_t format : {kvDSR_FMT_YUV420SP, kvDSR_FMT_YUV444P})
-        for (const MapSpec& m : kMaps)
+        for (const MapShape& m : kMaps)
             for (bool sbs : {false, true}) {
                 const auto layouts = acceptedLayouts(format, s.w);
                 SCOPED_TRACE(std::to_string(format) + " " + name(m) + (sbs ? " side-by-side" : ""));
-                const Outcome ref = runDepthView(sbs, spec(format, layouts[0]), m, s);
+                const Outcome ref = runDepthView(sbs, shape(format, layouts[0]), m, s);
                 ASSERT_TRUE(ref.ringsIntact);
                 if (empty) {
                     EXPECT_TRUE(isDefinedCode(ref.status)) << std::hex << ref.status;
@@ -226,7 +226,7 @@ TEST_P(DepthViewFrames, EveryAcceptedLayoutGivesThePackedLayoutsBytes) {
                 if (isFlat(m)) expectFlatCopy(ref, ref.extra, sbs, s.w);
                 for (size_t i = 1; i < layouts.size(); ++i) {
                     SCOPED_TRACE(layouts[i].name);
-                    const Outcome r = runDepthView(sbs, spec(format, layouts[i]), m, s);
+                    const Outcome r = runDepthView(sbs, shape(format, layouts[i]), m, s);
                     EXPECT_TRUE(r.ringsIntact);
                     ASSERT_EQ(r.status, kvDSR_OK);
                     EXPECT_TRUE(r.out == ref.out) << "bytes differ from the packed layout's";
@@ -242,20 +242,20 @@ TEST_P(DepthViewFrames, StridesBelowTheWidthStayInsideTheRows) {
     if (s.w < 2 || s.h == 0) GTEST_SKIP() << "no stride below the width";
     if (size_t(s.dw) * s.dh < 2) GTEST_SKIP() << "needs a map that can vary";
     const uint32_t b = s.w - 1;
-    const MapSpec maps[] = {{kvDSR_FMT_DEPTH16, MapContent::Ramp, 0},
+    const MapShape maps[] = {{kvDSR_FMT_DEPTH16, MapContent::Ramp, 0},
                             {kvDSR_FMT_DEPTH16, MapContent::Ramp, 1},
                             {kvDSR_FMT_DEPTH8, MapContent::Invalid, 0},
                             {kvDSR_FMT_DEPTH16, MapContent::Constant, 1}};
-    for (const MapSpec& m : maps)
+    for (const MapShape& m : maps)
         for (bool sbs : {false, true})
             for (Placement p : {Placement::Contiguous, Placement::Separate}) {
                 SCOPED_TRACE(name(m) + (sbs ? " side-by-side" : ""));
                 const Outcome r420 =
-                    runDepthView(sbs, spec(kvDSR_FMT_YUV420SP, {"below", {b, b, 0}, p, 1, {}}), m, s);
+                    runDepthView(sbs, shape(kvDSR_FMT_YUV420SP, {"below", {b, b, 0}, p, 1, {}}), m, s);
                 EXPECT_TRUE(r420.ringsIntact);
                 EXPECT_EQ(r420.status, kvDSR_OK);
                 const Outcome r444 =
-                    runDepthView(sbs, spec(kvDSR_FMT_YUV444P, {"below", {b, b, b}, p, 1, {}}), m, s);
+                    runDepthView(sbs, shape(kvDSR_FMT_YUV444P, {"below", {b, b, b}, p, 1, {}}), m, s);
                 EXPECT_TRUE(r444.ringsIntact);
                 if (isFlat(m)) {
                     EXPECT_TRUE(isDefinedCode(r444.status)) << std::hex << r444.status;
@@ -294,19 +294,19 @@ TEST_P(DepthViewFrames, RefusedFramesGetTheirCodeAndWriteNothing) {
         {{"unknown-F05", {0, 0, 0}, C, 0, {}}, kvDSR_FMT_YUV420P, kvDSR_ERR_IMAGE_FORMAT, kvDSR_ERR_DEPTH_FORMAT},
         {{"unknown-all-ones", {0, 0, 0}, C, 1, {}}, 0xFFFFFFFFu, kvDSR_ERR_IMAGE_FORMAT, kvDSR_ERR_DEPTH_FORMAT},
     };
-    const MapSpec varying[] = {{kvDSR_FMT_DEPTH16, MapContent::Ramp, 0}, {kvDSR_FMT_DEPTH16, MapContent::Ramp, 1}};
-    const MapSpec flat[] = {{kvDSR_FMT_DEPTH8, MapContent::Invalid, 0}, {kvDSR_FMT_DEPTH16, MapContent::Constant, 1}};
+    const MapShape varying[] = {{kvDSR_FMT_DEPTH16, MapContent::Ramp, 0}, {kvDSR_FMT_DEPTH16, MapContent::Ramp, 1}};
+    const MapShape flat[] = {{kvDSR_FMT_DEPTH8, MapContent::Invalid, 0}, {kvDSR_FMT_DEPTH16, MapContent::Constant, 1}};
     for (const Refusal& c : cases)
         for (bool sbs : {false, true}) {
             SCOPED_TRACE(c.layout.name + (sbs ? " side-by-side" : ""));
-            for (const MapSpec& m : varying) {
-                const Outcome r = runDepthView(sbs, spec(c.format, c.layout), m, s);
+            for (const MapShape& m : varying) {
+                const Outcome r = runDepthView(sbs, shape(c.format, c.layout), m, s);
                 EXPECT_TRUE(r.ringsIntact);
                 EXPECT_EQ(r.status, c.code) << name(m);
                 EXPECT_TRUE(r.untouched()) << name(m);
             }
-            for (const MapSpec& m : flat) {
-                const Outcome r = runDepthView(sbs, spec(c.format, c.layout), m, s);
+            for (const MapShape& m : flat) {
+                const Outcome r = runDepthView(sbs, shape(c.format, c.layout), m, s);
                 EXPECT_TRUE(r.ringsIntact);
                 if (c.flatCode == kAny) {
                     EXPECT_TRUE(isDefinedCode(r.status)) << name(m) << std::hex << r.status;
@@ -370,7 +370,7 @@ TEST(DepthViewChecks, RefusedBeforeAnyAccess) {
 
 // The binocular engine reads each 0xF01 frame from plane 0 (luma, then the
 // chroma rows) and ignores strides; the right frame is colour-matched in place.
-Outcome runBinocular(const Sizes& s, const MapSpec& m, const FrameSpec& left, const FrameSpec& right) {
+Outcome runBinocular(const Sizes& s, const MapShape& m, const FrameShape& left, const FrameShape& right) {
     CallerFrame l(left), r(right);
     auto map = depthMap(m, s.dw, s.dh, s.w * 17u + s.h);
     kvDSR_ImageDesc depth = depthDesc(m.format, map->data());
@@ -385,9 +385,9 @@ Outcome runBinocular(const Sizes& s, const MapSpec& m, const FrameSpec& left, co
     return o;
 }
 
-FrameSpec frame420(const Sizes& s, uint32_t seed, size_t misalign = 0, std::array<uint32_t, 3> stride = {},
+FrameShape frame420(const Sizes& s, uint32_t seed, size_t misalign = 0, std::array<uint32_t, 3> stride = {},
                    std::array<bool, 3> nullPlane = {}, uint32_t format = kvDSR_FMT_YUV420SP) {
-    FrameSpec f;
+    FrameShape f;
     f.format = format;
     f.w = s.w;
     f.h = s.h;
@@ -411,12 +411,12 @@ protected:
 
 TEST_P(BinocularFrames, OddAddressesAndDescriptorNoiseChangeNothing) {
     const Sizes s = GetParam();
-    const MapSpec maps[] = {{kvDSR_FMT_DEPTH8, MapContent::Random, 0},
+    const MapShape maps[] = {{kvDSR_FMT_DEPTH8, MapContent::Random, 0},
                             {kvDSR_FMT_DEPTH16, MapContent::Random, 0},
                             {kvDSR_FMT_DEPTH16, MapContent::Random, 1},
                             {kvDSR_FMT_DEPTH16, MapContent::Invalid, 1},
                             {kvDSR_FMT_DEPTH8, MapContent::Constant, 1}};
-    for (const MapSpec& m : maps) {
+    for (const MapShape& m : maps) {
         SCOPED_TRACE(name(m));
         const Outcome ref = runBinocular(s, m, frame420(s, 3), frame420(s, 4));
         ASSERT_TRUE(ref.ringsIntact);
@@ -435,10 +435,10 @@ TEST_P(BinocularFrames, OddAddressesAndDescriptorNoiseChangeNothing) {
 
 TEST_P(BinocularFrames, RefusedFramesGetTheirCodeAndWriteNothing) {
     const Sizes s = GetParam();
-    const MapSpec m{kvDSR_FMT_DEPTH8, MapContent::Random, 0};
+    const MapShape m{kvDSR_FMT_DEPTH8, MapContent::Random, 0};
     struct Case {
         const char* name;
-        FrameSpec left, right;
+        FrameShape left, right;
         uint32_t code;
     };
     const std::array<bool, 3> none{true, true, true};
@@ -505,9 +505,9 @@ size_t viewBytes(uint32_t format, size_t w, size_t h) {
     return format == kvDSR_FMT_YUV444P ? w * h : w * h * 3 / 2;
 }
 
-FrameSpec stereoFrame(uint32_t format, size_t w, size_t h, uint32_t seed, Placement p = Placement::Contiguous,
+FrameShape stereoFrame(uint32_t format, size_t w, size_t h, uint32_t seed, Placement p = Placement::Contiguous,
                       size_t misalign = 0, std::array<uint32_t, 3> stride = {}, std::array<bool, 3> nullPlane = {}) {
-    FrameSpec f;
+    FrameShape f;
     f.format = format;
     f.w = w;
     f.h = h;
@@ -521,7 +521,7 @@ FrameSpec stereoFrame(uint32_t format, size_t w, size_t h, uint32_t seed, Placem
 }
 
 // outWidth: the side-by-side width to pass; none: the right one.
-Outcome runStereo(bool sideBySide, const FrameSpec& second, const FrameSpec& first,
+Outcome runStereo(bool sideBySide, const FrameShape& second, const FrameShape& first,
                   std::optional<uint32_t> outWidth = std::nullopt) {
     CallerFrame a(second), b(first);
     const size_t w = first.w, h = first.h;
@@ -588,7 +588,7 @@ TEST_P(StereoViewFrames, RefusedFramesGetTheirCodeAndWriteNothing) {
     const auto F01 = kvDSR_FMT_YUV420SP, F02 = kvDSR_FMT_YUV444P, F05 = kvDSR_FMT_YUV420P;
     struct Case {
         const char* name;
-        FrameSpec second, first;
+        FrameShape second, first;
         uint32_t code;
     };
     const Case cases[] = {
@@ -638,7 +638,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, StereoViewFrames,
 
 // ---- SPR ------------------------------------------------------------------------
 
-Outcome runSpr(const Pair& p, const FrameSpec& second, const FrameSpec& first) {
+Outcome runSpr(const Pair& p, const FrameShape& second, const FrameShape& first) {
     CallerFrame a(second), b(first);
     const size_t luma = size_t(p.ow) * p.oh;
     auto o2 = output(luma * 3 / 2, luma), o1 = output(luma * 3 / 2, luma);
@@ -716,7 +716,7 @@ std::string focalName(const ::testing::TestParamInfo<FocalCase>& p) {
     return std::to_string(p.param.w) + "x" + std::to_string(p.param.h) + "_at_" + std::to_string(p.param.distance);
 }
 
-FrameSpec shiftFrame(uint32_t format, size_t w, size_t h, uint32_t seed, size_t misalign = 0,
+FrameShape shiftFrame(uint32_t format, size_t w, size_t h, uint32_t seed, size_t misalign = 0,
                      std::array<uint32_t, 3> stride = {}, std::array<bool, 3> nullPlane = {}) {
     return stereoFrame(format, w, h, seed, Placement::Contiguous, misalign, stride, nullPlane);
 }
@@ -733,7 +733,7 @@ protected:
     void TearDown() override { kvDSR_StereoView_FocalAlignmentShift_Close(); }
 };
 
-Outcome runShiftPair(const FrameSpec& second, const FrameSpec& first) {
+Outcome runShiftPair(const FrameShape& second, const FrameShape& first) {
     CallerFrame a(second), b(first);
     const size_t bytes = first.w * first.h * 3 / 2, luma = first.w * first.h;
     auto o2 = output(bytes, luma), o1 = output(bytes, luma);
@@ -750,7 +750,7 @@ Outcome runShiftPair(const FrameSpec& second, const FrameSpec& first) {
     return r;
 }
 
-Outcome runShiftSideBySide(const FrameSpec& frame, uint32_t outWidth, uint32_t outHeight) {
+Outcome runShiftSideBySide(const FrameShape& frame, uint32_t outWidth, uint32_t outHeight) {
     CallerFrame f(frame);
     const size_t luma = size_t(outWidth) * outHeight;
     // A width far off the frame's is refused before anything is touched.
@@ -801,7 +801,7 @@ TEST_P(FocalShiftFrames, SideBySideWritesOnlyTheRowsThatFit) {
         for (uint32_t outWidth : {uint32_t(c.w), uint32_t(c.w / 2)}) {
             if (outWidth == 0) continue;
             SCOPED_TRACE(std::to_string(format) + " outWidth " + std::to_string(outWidth));
-            const FrameSpec frame = shiftFrame(format, c.w, c.h, 3, 1);
+            const FrameShape frame = shiftFrame(format, c.w, c.h, 3, 1);
             const Outcome full = runShiftSideBySide(frame, outWidth, c.h);
             ASSERT_TRUE(full.ringsIntact);
             ASSERT_EQ(full.status, kvDSR_OK);

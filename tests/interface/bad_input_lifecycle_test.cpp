@@ -27,7 +27,7 @@ namespace {
 
 using kvdsr::test::CallerBuffer;
 using kvdsr::test::CallerFrame;
-using kvdsr::test::FrameSpec;
+using kvdsr::test::FrameShape;
 using kvdsr::test::Placement;
 using Bytes = std::vector<uint8_t>;
 namespace pack = kvdsr::calibpack;
@@ -59,8 +59,8 @@ struct RunResult {
     bool ringsIntact = false;
 };
 
-FrameSpec packed420(size_t w, size_t h, uint32_t seed) {
-    FrameSpec f;
+FrameShape packed420(size_t w, size_t h, uint32_t seed) {
+    FrameShape f;
     f.w = w;
     f.h = h;
     f.seed = seed;
@@ -127,7 +127,7 @@ const std::vector<Probe>& probes() {
          [] { return kvDSR_Binocular_Init(goodCalibration().data(), uint32_t(goodCalibration().size()), nullptr, 0,
                                           65535, 65535, 65535, 65535, 800); },
          [] {
-             FrameSpec ls = packed420(kW, kH, 1), rs = packed420(kW, kH, 2);
+             FrameShape ls = packed420(kW, kH, 1), rs = packed420(kW, kH, 2);
              ls.stridesHonoured = rs.stridesHonoured = false;
              CallerFrame l(ls), rt(rs);
              auto map = disparity(kDw, kDh);
@@ -176,7 +176,7 @@ const std::vector<Probe>& probes() {
                                                                65535, 400); },
          [] {
              // Half width: needs the intermediate buffer of Init.
-             FrameSpec fs = packed420(2 * kW, kH, 3);
+             FrameShape fs = packed420(2 * kW, kH, 3);
              fs.stridesHonoured = false;
              CallerFrame f(fs);
              return capture(size_t(kW) * kH * 3 / 2, [&](uint8_t* o) {

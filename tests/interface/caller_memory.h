@@ -101,7 +101,7 @@ enum class Placement { Contiguous, Separate };
 // One frame as a caller lays it out. Engines that honour strides get rows
 // `stride` apart (0: packed); the others read packed rows whatever the
 // descriptor says, so their frames are packed and the strides are noise.
-struct FrameSpec {
+struct FrameShape {
     uint32_t format = kvDSR_FMT_YUV420SP;
     size_t w = 0, h = 0;
     std::array<uint32_t, 3> stride{};
@@ -115,19 +115,19 @@ struct FrameSpec {
 
 class CallerFrame {
 public:
-    explicit CallerFrame(const FrameSpec& spec) : spec_(spec), shapes_(planeShapes(spec.format, spec.w, spec.h)) {
+    explicit CallerFrame(const FrameShape& shape) : shape_(shape), shapes_(planeShapes(shape.format, shape.w, shape.h)) {
         std::vector<size_t> bytes;
         for (size_t i = 0; i < shapes_.size(); ++i) {
-            const size_t s = spec.stridesHonoured && spec.stride[i] ? spec.stride[i] : shapes_[i].rowBytes;
+            const size_t s = shape.stridesHonoured && shape.stride[i] ? shape.stride[i] : shapes_[i].rowBytes;
             step_[i] = s;
             bytes.push_back(shapes_[i].rows ? (shapes_[i].rows - 1) * s + shapes_[i].rowBytes : 0);
         }
         uint8_t* planes[3] = {};
-        if (spec.placement == Placement::Contiguous) {
+        if (shape.placement == Placement::Contiguous) {
             size_t total = 0;
             for (size_t b : bytes) total += b;
-            total = std::max(total, spec.minBytes);
-            buffers_.push_back(std::make_unique<CallerBuffer>(total, spec.misalign));
+            total = std::max(total, shape.minBytes);
+            buffers_.push_back(std::make_unique<CallerBuffer>(total, shape.misalign));
             size_t at = 0;
             for (size_t i = 0; i < bytes.size(); ++i) {
                 planes[i] = buffers_[0]->data() + at;
@@ -135,26 +135,26 @@ public:
             }
         } else {
             for (size_t i = 0; i < bytes.size(); ++i) {
-                buffers_.push_back(std::make_unique<CallerBuffer>(bytes[i], spec.misalign));
+                buffers_.push_back(std::make_unique<CallerBuffer>(bytes[i], shape.misalign));
                 planes[i] = buffers_.back()->data();
             }
         }
         // Pixels depend on (plane, row, column) only, so that every layout of
-        // one spec carries the same picture; padding bytes differ from it.
+        // one shape carries the same picture; padding bytes differ from it.
         for (auto& b : buffers_) b->fill(0x5A);
         for (size_t i = 0; i < shapes_.size(); ++i)
             for (size_t y = 0; y < shapes_[i].rows; ++y)
                 for (size_t x = 0; x < shapes_[i].rowBytes; ++x) planes[i][y * step_[i] + x] = pixel(i, y, x);
-        desc_.format = spec.format;
+        desc_.format = shape.format;
         for (size_t i = 0; i < 3; ++i) {
-            desc_.stride[i] = spec.stride[i];
-            desc_.plane[i] = spec.nullPlane[i] ? nullptr : planes[i];
+            desc_.stride[i] = shape.stride[i];
+            desc_.plane[i] = shape.nullPlane[i] ? nullptr : planes[i];
         }
         std::copy(planes, planes + 3, planes_);
     }
 
     kvDSR_ImageDesc* desc() { return &desc_; }
-    const FrameSpec& spec() const { return spec_; }
+    const FrameShape& shape() const { return shape_; }
 
     // The picture as the engine should see it: each plane's rows, packed,
     // back to back.
@@ -176,7 +176,7 @@ public:
 
 private:
     uint8_t pixel(size_t plane, size_t y, size_t x) const {
-        uint32_t v = spec_.seed * 2654435761u ^ uint32_t(plane * 40503u + y * 7919u + x * 104729u);
+        uint32_t v = shape_.seed * 2654435761u ^ uint32_t(plane * 40503u + y * 7919u + x * 104729u);
         v ^= v >> 15;
         v *= 2246822519u;
         v ^= v >> 13;
@@ -185,7 +185,7 @@ private:
         return uint8_t((x * 5 + y * 3 + plane * 60 + (v & 31)) & 0xFF);
     }
 
-    FrameSpec spec_;
+    FrameShape shape_;
     std::vector<PlaneShape> shapes_;
     size_t step_[3] = {};
     uint8_t* planes_[3] = {};

@@ -21,7 +21,7 @@ namespace {
 using namespace kvdsr;
 using namespace kvdsr::remap;
 
-struct SectionSpec {
+struct SectionShape {
     uint16_t gridWidth = 32, gridHeight = 24;
     uint16_t calibWidth = 320, calibHeight = 240;
     float pitch = 0.01f;  // radius units per calibration pixel: corner radius 2.0
@@ -31,7 +31,7 @@ struct SectionSpec {
     float homography[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 };
 
-calib::CameraModel cameraWith(const SectionSpec& s) {
+calib::CameraModel cameraWith(const SectionShape& s) {
     calib::CameraModel c;
     c.number = 1;
     std::copy(s.homography, s.homography + 9, c.homography);
@@ -101,7 +101,7 @@ TEST(RemapSizes, TablesLieBackToBackInTheirStorage) {
 }
 
 TEST(RemapSizes, NullTablesAndEmptyLayoutsAreRefused) {
-    const calib::CameraModel cam = cameraWith(SectionSpec{});
+    const calib::CameraModel cam = cameraWith(SectionShape{});
     const RemapLayout layout{32, 24, 32, 24};
     std::vector<uint8_t> storage(Remap_TableBytes(layout));
     RemapTables t = Remap_TablesIn(storage.data(), layout);
@@ -117,7 +117,7 @@ TEST(RemapSizes, NullTablesAndEmptyLayoutsAreRefused) {
 // ---- Model ---------------------------------------------------------------
 
 TEST(RemapModelSetUp, PrincipalPointRules) {
-    SectionSpec s;  // grid 32x24, calibration 320x240
+    SectionShape s;  // grid 32x24, calibration 320x240
     struct Case {
         uint16_t px, py;
         double cx, cy;
@@ -182,7 +182,7 @@ TEST(DistortionTable, InverseReexpressesOnDistortedRadius) {
 }
 
 TEST(DistortionTable, CameraValuesGoThroughSinglePrecision) {
-    SectionSpec s;
+    SectionShape s;
     s.radii = {0, 1234, 2345};
     s.distortions = {0, -777, -1555};
     calib::CameraModel cam = cameraWith(s);
@@ -610,14 +610,14 @@ bool buildCamera(const calib::CameraModel& cam, const RemapLayout& layout, Built
 
 struct BuildCase {
     const char* name;
-    SectionSpec spec;
+    SectionShape shape;
     RemapLayout layout;
     uint32_t code;  // what both paths must return
 };
 void PrintTo(const BuildCase& c, std::ostream* os) { *os << c.name; }
 
-SectionSpec spec(uint16_t gw, uint16_t gh, std::initializer_list<float> h) {
-    SectionSpec s;
+SectionShape shape(uint16_t gw, uint16_t gh, std::initializer_list<float> h) {
+    SectionShape s;
     s.gridWidth = gw;
     s.gridHeight = gh;
     s.calibWidth = uint16_t(gw * 10);
@@ -632,40 +632,40 @@ std::vector<BuildCase> buildCases() {
     std::vector<BuildCase> c;
     const std::initializer_list<float> identity{1, 0, 0, 0, 1, 0, 0, 0, 1};
     const std::initializer_list<float> mild{1.01f, 0.02f, -0.3f, -0.01f, 0.99f, 0.4f, 0.0001f, 0, 1};
-    c.push_back({"identity", spec(52, 75, identity), {52, 75, 52, 75}, 0});
-    c.push_back({"mild", spec(52, 75, mild), {52, 75, 52, 75}, 0});
+    c.push_back({"identity", shape(52, 75, identity), {52, 75, 52, 75}, 0});
+    c.push_back({"mild", shape(52, 75, mild), {52, 75, 52, 75}, 0});
     // Reads 37 rows further down; a rotation reads a band of rows per row.
-    c.push_back({"far rows", spec(52, 75, {1, 0, 0, 0, 1, 37.5f, 0, 0, 1}), {52, 75, 52, 75}, 0});
-    c.push_back({"rotation", spec(52, 75, {0.94f, 0.34f, -6, -0.34f, 0.94f, 20, 0, 0, 1}), {52, 75, 52, 75}, 0});
+    c.push_back({"far rows", shape(52, 75, {1, 0, 0, 0, 1, 37.5f, 0, 0, 1}), {52, 75, 52, 75}, 0});
+    c.push_back({"rotation", shape(52, 75, {0.94f, 0.34f, -6, -0.34f, 0.94f, 20, 0, 0, 1}), {52, 75, 52, 75}, 0});
     // Rows that cannot be bounded: the whole map is built first.
-    c.push_back({"w leaves [0.5, 2]", spec(52, 75, {1, 0.05f, 0, 0.3f, 1, -4, 0.004f, 0.002f, 1}), {52, 75, 52, 75}, 0});
-    c.push_back({"w through zero", spec(52, 75, {1, 0, 0, 0, 1, 0, -0.03f, 0, 1.2f}), {52, 75, 52, 75}, 0});
+    c.push_back({"w leaves [0.5, 2]", shape(52, 75, {1, 0.05f, 0, 0.3f, 1, -4, 0.004f, 0.002f, 1}), {52, 75, 52, 75}, 0});
+    c.push_back({"w through zero", shape(52, 75, {1, 0, 0, 0, 1, 0, -0.03f, 0, 1.2f}), {52, 75, 52, 75}, 0});
     // SPR: the grid is the output, the source another size.
-    c.push_back({"downscale", spec(40, 30, mild), {64, 48, 40, 30}, 0});
-    c.push_back({"upscale", spec(40, 30, mild), {16, 12, 40, 30}, 0});
-    c.push_back({"grid unlike output", spec(30, 50, mild), {52, 75, 52, 75}, 0});
-    SectionSpec off = spec(52, 75, mild);
+    c.push_back({"downscale", shape(40, 30, mild), {64, 48, 40, 30}, 0});
+    c.push_back({"upscale", shape(40, 30, mild), {16, 12, 40, 30}, 0});
+    c.push_back({"grid unlike output", shape(30, 50, mild), {52, 75, 52, 75}, 0});
+    SectionShape off = shape(52, 75, mild);
     off.principalX = 21 * 16 + 5;
     off.principalY = 14 * 16;
     c.push_back({"principal point", off, {52, 75, 52, 75}, 0});
-    SectionSpec unsorted = spec(52, 75, mild);
+    SectionShape unsorted = shape(52, 75, mild);
     unsorted.radii = {0, 1000, 2500, 2000, 3000};
     unsorted.distortions = {0, -1000, -4000, -3000, -7000};
     c.push_back({"unsorted table", unsorted, {52, 75, 52, 75}, 0});
     // Large enough for the thread team.
-    c.push_back({"team mild", spec(300, 200, mild), {300, 200, 300, 200}, 0});
-    c.push_back({"team rotation", spec(300, 200, {0.98f, 0.17f, -6, -0.17f, 0.98f, 30, 0, 0, 1}), {300, 200, 300, 200}, 0});
+    c.push_back({"team mild", shape(300, 200, mild), {300, 200, 300, 200}, 0});
+    c.push_back({"team rotation", shape(300, 200, {0.98f, 0.17f, -6, -0.17f, 0.98f, 30, 0, 0, 1}), {300, 200, 300, 200}, 0});
     // Failures: every corner beyond the table (fill scale), and corners that
     // only go beyond it once the fill scale has widened the view.
-    SectionSpec far = spec(52, 75, mild);
+    SectionShape far = shape(52, 75, mild);
     far.pitch = 0.5f;
     c.push_back({"fill scale fails", far, {52, 75, 52, 75}, kMapFillScaleFailed});
-    SectionSpec widened = spec(40, 30, mild);
+    SectionShape widened = shape(40, 30, mild);
     widened.radii = {0, 10, 20};
     widened.distortions = {0, -800, -1600};
     widened.pitch = 0.00104f;  // corner radius 0.26 of 0.27 (extended); fill scale about 1.14
     c.push_back({"beyond after fitting", widened, {40, 30, 40, 30}, kMapBeyondTable});
-    SectionSpec empty = spec(52, 75, mild);
+    SectionShape empty = shape(52, 75, mild);
     empty.gridWidth = 0;
     empty.gridHeight = 0;
     c.push_back({"empty grid", empty, {52, 75, 52, 75}, 0});
@@ -678,7 +678,7 @@ class BuildCamera : public ::testing::TestWithParam<BuildCase> {};
 // code and the same entries, nothing written outside the tables.
 TEST_P(BuildCamera, MatchesMapThenTable) {
     const BuildCase& c = GetParam();
-    const calib::CameraModel cam = cameraWith(c.spec);
+    const calib::CameraModel cam = cameraWith(c.shape);
     const Built expected = mapThenTable(cam, c.layout);
     ASSERT_EQ(expected.code, c.code);
     const MapRowVariant* maps;
@@ -702,7 +702,7 @@ TEST_P(BuildCamera, MatchesMapThenTable) {
             }
     }
     omp_set_num_threads(threads);
-    if (c.code == 0 && c.spec.gridWidth != 0)
+    if (c.code == 0 && c.shape.gridWidth != 0)
         EXPECT_NE(std::count(expected.offset.begin(), expected.offset.end(), 0u), long(expected.offset.size()))
             << "all border entries: the case tests nothing";
 }
@@ -713,7 +713,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, BuildCamera, ::testing::ValuesIn(buildCases()));
 // and gives the border value elsewhere, for the planes asked for.
 TEST(BuildAndApply, WarpsTheRequestedPlanes) {
     const uint16_t w = 24, h = 16;
-    SectionSpec s;
+    SectionShape s;
     s.gridWidth = w;
     s.gridHeight = h;
     s.calibWidth = 240;
@@ -751,7 +751,7 @@ TEST(BuildAndApply, WarpsTheRequestedPlanes) {
 // every plane (all planes share the table).
 TEST(BuildAndApply, ShiftedColumns) {
     const uint16_t w = 10, h = 6, extra = 3, stride = w + extra;
-    SectionSpec s;
+    SectionShape s;
     s.gridWidth = w;
     s.gridHeight = h;
     const calib::CameraModel cam = cameraWith(s);

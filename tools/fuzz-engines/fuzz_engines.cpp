@@ -21,7 +21,7 @@ using kvdsr::fuzz::EngineInput;
 using kvdsr::fuzz::Path;
 using kvdsr::test::CallerBuffer;
 using kvdsr::test::CallerFrame;
-using kvdsr::test::FrameSpec;
+using kvdsr::test::FrameShape;
 using kvdsr::test::Placement;
 
 const std::vector<uint8_t>& calibration() {
@@ -65,8 +65,8 @@ uint32_t strideOf(uint8_t v, uint32_t w) {
 // focal alignment shift read the whole frame from plane 0.
 enum class Reads { Strided, PackedPlanes, WholeFrame };
 
-FrameSpec frameSpec(const EngineInput& in, uint32_t format, Reads reads, bool second) {
-    FrameSpec f;
+FrameShape frameShape(const EngineInput& in, uint32_t format, Reads reads, bool second) {
+    FrameShape f;
     f.format = format;
     f.w = in.w;
     f.h = in.h;
@@ -129,7 +129,7 @@ void runDepthView(const EngineInput& in, bool sideBySide) {
                    uint16_t(in.shift * 4)) != 0)
         return;
     const uint32_t format = imageFormat(in.format), mapFormat = depthFormat(in.depthFormat);
-    CallerFrame image(frameSpec(in, format, Reads::Strided, false));
+    CallerFrame image(frameShape(in, format, Reads::Strided, false));
     auto map = depthMap(in, mapFormat);
     kvDSR_ImageDesc depth{mapFormat, {0, 0, 0}, {map->data(), nullptr, nullptr}};
     const uint32_t outWidth = (sideBySide ? 2u * in.w : in.w) + (in.sideWidth ? in.sideWidth % 3 + 1 : 0);
@@ -148,8 +148,8 @@ void runBinocular(const EngineInput& in) {
         return;
     const uint32_t format = imageFormat(in.format), mapFormat = depthFormat(in.depthFormat);
     const uint32_t other = (in.layout & 8) ? imageFormat(uint8_t(in.format + 1)) : format;
-    CallerFrame left(frameSpec(in, format, Reads::WholeFrame, false)),
-        right(frameSpec(in, other, Reads::WholeFrame, true));
+    CallerFrame left(frameShape(in, format, Reads::WholeFrame, false)),
+        right(frameShape(in, other, Reads::WholeFrame, true));
     auto map = depthMap(in, mapFormat);
     kvDSR_ImageDesc depth{mapFormat, {0, 0, 0}, {map->data(), nullptr, nullptr}};
     Output out(size_t(in.w) * in.h * 3 / 2);
@@ -165,8 +165,8 @@ void runStereoView(const EngineInput& in, bool sideBySide) {
         return;
     const uint32_t format = imageFormat(in.format);
     const uint32_t other = (in.layout & 8) ? imageFormat(uint8_t(in.format + 1)) : format;
-    CallerFrame second(frameSpec(in, other, Reads::PackedPlanes, true));
-    CallerFrame first(frameSpec(in, format, Reads::PackedPlanes, false));
+    CallerFrame second(frameShape(in, other, Reads::PackedPlanes, true));
+    CallerFrame first(frameShape(in, format, Reads::PackedPlanes, false));
     uint32_t rc;
     if (sideBySide) {
         const uint32_t outWidth = 2u * in.w + (in.sideWidth ? in.sideWidth % 3 + 1 : 0);
@@ -189,8 +189,8 @@ void runSpr(const EngineInput& in) {
         return;
     const uint32_t format = imageFormat(in.format);
     const uint32_t other = (in.layout & 8) ? imageFormat(uint8_t(in.format + 1)) : format;
-    CallerFrame second(frameSpec(in, other, Reads::PackedPlanes, true));
-    CallerFrame first(frameSpec(in, format, Reads::PackedPlanes, false));
+    CallerFrame second(frameShape(in, other, Reads::PackedPlanes, true));
+    CallerFrame first(frameShape(in, format, Reads::PackedPlanes, false));
     Output a(size_t(in.dw) * in.dh * 3 / 2), b(size_t(in.dw) * in.dh * 3 / 2);
     const uint32_t rc =
         kvDSR_SPR_Run(a.buf.data(), b.buf.data(), second.desc(), first.desc(), in.w, in.h, in.dw, in.dh);
@@ -211,8 +211,8 @@ void runFocalShift(const EngineInput& in, bool sideBySide) {
     const uint32_t format = imageFormat(in.format);
     if (!sideBySide) {
         const uint32_t other = (in.layout & 8) ? imageFormat(uint8_t(in.format + 1)) : format;
-        CallerFrame second(frameSpec(in, other, Reads::WholeFrame, true));
-        CallerFrame first(frameSpec(in, format, Reads::WholeFrame, false));
+        CallerFrame second(frameShape(in, other, Reads::WholeFrame, true));
+        CallerFrame first(frameShape(in, format, Reads::WholeFrame, false));
         Output a(size_t(in.w) * in.h * 3 / 2), b(size_t(in.w) * in.h * 3 / 2);
         const uint32_t rc =
             kvDSR_StereoView_FocalAlignmentShift(a.buf.data(), b.buf.data(), second.desc(), first.desc(), in.w, in.h);
@@ -221,7 +221,7 @@ void runFocalShift(const EngineInput& in, bool sideBySide) {
         b.check(rc);
         return;
     }
-    CallerFrame frame(frameSpec(in, format, Reads::WholeFrame, false));
+    CallerFrame frame(frameShape(in, format, Reads::WholeFrame, false));
     uint32_t outWidth = half ? in.w / 2u : in.w;
     if (in.sideWidth & 0x7F) outWidth += in.sideWidth % 3 + 1;
     const uint32_t outHeight = in.outHeight ? in.outHeight % 40 : in.h;
