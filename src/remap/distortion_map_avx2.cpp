@@ -15,18 +15,12 @@ namespace kvdsr::remap {
 
 namespace {
 
-// Differences between neighbouring entries, as the plain kernel forms them.
-struct Steps {
-    double distortion[DistortionTable::kCapacity];
-    double radius[DistortionTable::kCapacity];
-};
-
 // D(r) of four pixels that lie in intervals hint - 1 .. hint + 1 of an
 // ascending table (interval j: R_{j-1} <= r < R_j, the first entry above r),
 // each lane with its own interval's values; the hint moves to the last
 // pixel's interval. False, with nothing changed, when some pixel lies
 // elsewhere (or is NaN).
-inline bool neighbourIntervals(const DistortionTable& t, const Steps& steps, __m256d r, int hint, __m256d* d,
+inline bool neighbourIntervals(const DistortionTable& t, const TableSteps& steps, __m256d r, int hint, __m256d* d,
                                int* newHint) {
     const int lo = hint > 1 ? hint - 1 : 1, hi = hint + 1 < t.count ? hint + 1 : t.count - 1;
     if (lo > hi) return false;
@@ -60,12 +54,7 @@ bool MapRow_AVX2(const MapRow& m) {
             _mm256_mul_pd(_mm256_mul_pd(_mm256_sqrt_pd(_mm256_add_pd(_mm256_loadu_pd(m.q + x), tt)), pitch), milli));
     for (; x < m.width; ++x) m.radius[x] = radiusAt(m.q[x], m.ty, m.pitch);
     if (!m.sorted) return mapPixels(m, 0, &hint, &f);
-    Steps steps;
-    steps.distortion[0] = steps.radius[0] = 0;
-    for (int k = 1; k < t.count; ++k) {
-        steps.distortion[k] = t.distortion[k] - t.distortion[k - 1];
-        steps.radius[k] = t.radius[k] - t.radius[k - 1];
-    }
+    const TableSteps steps(t);
     bool beyond = false;
     const __m256d cx = _mm256_set1_pd(m.cx), cy = _mm256_set1_pd(m.cy), v = _mm256_set1_pd(m.v);
     const __m256d one = _mm256_set1_pd(1.0), percent = _mm256_set1_pd(0.01);

@@ -41,6 +41,21 @@ inline bool searchFactor(const DistortionTable& t, double r, double* factor) {
     return false;
 }
 
+// Differences between neighbouring entries, as the plain kernel forms them
+// (the vector kernels gather them per lane).
+struct TableSteps {
+    double distortion[DistortionTable::kCapacity];
+    double radius[DistortionTable::kCapacity];
+
+    explicit TableSteps(const DistortionTable& t) {
+        distortion[0] = radius[0] = 0;
+        for (int k = 1; k < t.count; ++k) {
+            distortion[k] = t.distortion[k] - t.distortion[k - 1];
+            radius[k] = t.radius[k] - t.radius[k - 1];
+        }
+    }
+};
+
 // Table radius of a grid pixel from its squared column term and row term.
 inline double radiusAt(double qx, double ty, double pitch) { return std::sqrt(qx + ty * ty) * pitch * 0.001; }
 
