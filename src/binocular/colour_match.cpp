@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "binocular/match_kernels.h"
 #include "binocular/view_tables.h"
 
 namespace kvdsr::binocular {
@@ -92,24 +93,11 @@ void buildMatchTables(uint8_t table[3][256], const ChannelStats& s) {
 }
 
 void applyMatchLuma(uint8_t* row, int width, const uint8_t table[256]) {
-    // Eight bytes per step through one word, so that the stores cannot make
-    // the compiler re-read what it has loaded.
-    int x = 0;
-    for (; x + 8 <= width; x += 8) {
-        uint64_t in, out = 0;
-        std::memcpy(&in, row + x, 8);
-        for (int k = 0; k < 8; ++k) out |= uint64_t(table[(in >> (8 * k)) & 0xFF]) << (8 * k);
-        std::memcpy(row + x, &out, 8);
-    }
-    for (; x < width; ++x) row[x] = table[row[x]];
+    if (width > 0) matchRow(row, uint32_t(width), table, table);
 }
 
 void applyMatchChroma(uint8_t* row, int width, const uint8_t table[3][256]) {
-    for (int x = 0; x + 1 < width; x += 2) {
-        row[x] = table[1][row[x]];
-        row[x + 1] = table[2][row[x + 1]];
-    }
-    if (width & 1) row[width - 1] = table[1][row[width - 1]];
+    if (width > 0) matchRow(row, uint32_t(width), table[1], table[2]);
 }
 
 void applyMatchTables(uint8_t* b, int width, int height, const uint8_t table[3][256]) {

@@ -22,6 +22,11 @@ inline bool cpuHasAvx512() {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
            __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw");
 }
+inline bool cpuHasAvx512Vbmi() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vbmi");
+}
 #endif
 
 template <class Fn>

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 #include <vector>
 
 #include "binocular/colour_match.h"
+#include "binocular/match_kernels.h"
 #include "binocular/view_tables.h"
 
 using namespace kvdsr::binocular;
@@ -186,3 +188,34 @@ TEST(ColourMatch, OneColumnHasNoSecondChromaByte) {
 }
 
 }  // namespace
+
+// Every table kernel this CPU runs against the plain definition (even bytes
+// through one table, odd ones through the other): random tables, one table
+// for both (luma) and two (chroma), every length up to three groups and a
+// tail, rows starting at every offset in a word, canaries on both sides.
+TEST(ColourMatch, TableKernelsMatchThePlainLookup) {
+    const MatchVariant* variants;
+    const int n = matchVariants(&variants);
+    std::mt19937 rng(11);
+    uint8_t tables[2][256];
+    for (int v = 0; v < n; ++v)
+        for (bool twoTables : {false, true})
+            for (uint32_t count = 0; count <= 3 * kMatchGroup + kMatchGroup - 1; ++count) {
+                for (auto& t : tables)
+                    for (auto& e : t) e = uint8_t(rng());
+                const uint8_t* even = tables[0];
+                const uint8_t* odd = twoTables ? tables[1] : tables[0];
+                const uint32_t offset = count % 8, pad = 16;
+                std::vector<uint8_t> got(offset + count + 2 * pad);
+                for (auto& b : got) b = uint8_t(rng());
+                std::vector<uint8_t> want = got;
+                for (uint32_t x = 0; x < count; ++x) {
+                    uint8_t& b = want[pad + offset + x];
+                    b = (x % 2 ? odd : even)[b];
+                }
+                setMatchKernel(variants[v].fn);
+                matchRow(got.data() + pad + offset, count, even, odd);
+                setMatchKernel(nullptr);
+                ASSERT_EQ(got, want) << variants[v].name << " count " << count << (twoTables ? " two tables" : "");
+            }
+}
