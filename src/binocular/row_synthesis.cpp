@@ -8,6 +8,7 @@
 #include "binocular/colour_match.h"
 #include "binocular/mark_clean.h"
 #include "binocular/view_tables.h"
+#include "common/level_runs.h"
 #include "depthview/synthesis.h"
 
 namespace kvdsr::binocular {
@@ -67,27 +68,13 @@ void lookUpColumns(uint16_t* landing, uint16_t* source, const uint16_t* levels, 
         landing[x] = landingTable[entry];
         source[x] = sourceTable[entry];
     };
-    std::size_t x = kFirstScanColumn;
-    while (x + 4 <= w) {
-        const uint32_t level = levels[x];
-        const uint64_t four = level * 0x0001000100010001ull;
-        uint64_t next;
-        std::memcpy(&next, levels + x, sizeof next);
-        if (next == four && level <= kMaxLevel) {
-            const uint16_t* landingRow = landingTable + level * w;
-            const uint16_t* sourceRow = sourceTable + level * w;
-            do {
-                std::memcpy(landing + x, landingRow + x, 4 * sizeof(uint16_t));
-                std::memcpy(source + x, sourceRow + x, 4 * sizeof(uint16_t));
-                x += 4;
-                if (x + 4 > w) break;
-                std::memcpy(&next, levels + x, sizeof next);
-            } while (next == four);
-            continue;
-        }
-        one(x++);
-    }
-    for (; x < w; ++x) one(x);
+    forEachLevelRun(
+        levels, kFirstScanColumn, w, kMaxLevel,
+        [&](std::size_t level, std::size_t x) {
+            std::memcpy(landing + x, landingTable + level * w + x, 4 * sizeof(uint16_t));
+            std::memcpy(source + x, sourceTable + level * w + x, 4 * sizeof(uint16_t));
+        },
+        one);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/level_runs.h"
 #include "common/virtual_camera.h"
 
 namespace kvdsr::depthview {
@@ -128,28 +129,10 @@ void rowTargets(uint16_t* targets, const uint16_t* levels, const uint16_t* shift
         const unsigned level = std::min<unsigned>(levels[x], kDepthLevels - 1);
         targets[x] = shiftTable[level * w + x];
     };
-    // Depth levels come in stretches of one level (a surface, upscaled):
-    // while four pixels share the level, they read four consecutive entries
-    // of its row.
-    size_t x = 0;
-    while (x + 4 <= w) {
-        const uint32_t level = levels[x];
-        const uint64_t four = level * 0x0001000100010001ull;
-        uint64_t next;
-        std::memcpy(&next, levels + x, sizeof next);
-        if (next == four && level < kDepthLevels) {
-            const uint16_t* row = shiftTable + level * w;
-            do {
-                std::memcpy(targets + x, row + x, 4 * sizeof(uint16_t));
-                x += 4;
-                if (x + 4 > w) break;
-                std::memcpy(&next, levels + x, sizeof next);
-            } while (next == four);
-            continue;
-        }
-        one(x++);
-    }
-    for (; x < w; ++x) one(x);
+    forEachLevelRun(
+        levels, 0, w, kDepthLevels - 1,
+        [&](size_t level, size_t x) { std::memcpy(targets + x, shiftTable + level * w + x, 4 * sizeof(uint16_t)); },
+        one);
 }
 
 void synthesizeRow444(uint8_t* const dst[3], const uint8_t* const src[3], const uint16_t* targets,
