@@ -77,15 +77,7 @@ Bytes disparity16(uint16_t dw, uint16_t dh, uint32_t seed) {
 
 kvDSR_ImageDesc desc(uint32_t format, uint8_t* p0, uint8_t* p1 = nullptr, uint8_t* p2 = nullptr, uint32_t s0 = 0,
                      uint32_t s1 = 0, uint32_t s2 = 0) {
-    kvDSR_ImageDesc d{};
-    d.format = format;
-    d.stride[0] = s0;
-    d.stride[1] = s1;
-    d.stride[2] = s2;
-    d.plane[0] = p0;
-    d.plane[1] = p1;
-    d.plane[2] = p2;
-    return d;
+    return {format, {s0, s1, s2}, {p0, p1, p2}};
 }
 
 const Bytes& container1547() {

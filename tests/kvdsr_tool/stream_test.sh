@@ -7,32 +7,11 @@ set -u
 KVDSR=$1
 WORK=$2
 SAMPLES=$3
+. "$(dirname "$0")/checks.sh"
 rm -rf "$WORK"
 mkdir -p "$WORK"
 cd "$WORK" || exit 1
 
-failures=0
-fail() {
-  echo "FAIL: $*"
-  failures=$((failures + 1))
-}
-
-# run NAME EXPECTED_EXIT PATTERN ARGS...
-run() {
-  local name=$1 want=$2 pattern=$3
-  shift 3
-  "$KVDSR" "$@" >"$name.out" 2>"$name.err" </dev/null
-  local rc=$?
-  if [ "$rc" != "$want" ]; then
-    fail "$name: exit $rc, wanted $want"
-    cat "$name.err"
-    return
-  fi
-  if [ -n "$pattern" ] && ! grep -q -- "$pattern" "$name.out" "$name.err"; then
-    fail "$name: output lacks '$pattern'"
-    cat "$name.err"
-  fi
-}
 
 size_of() { stat -c %s "$1" 2>/dev/null || echo 0; }
 F=$((640 * 480 * 3 / 2))
@@ -145,8 +124,4 @@ run odd 1 "even width and height" stereoview --calib "$MOD" --first first3.nv21 
 run missing 1 "cannot open" stereoview --calib "$MOD" --first nowhere.nv21 --second second3.nv21 --format nv21 \
   --size 640x480 --frames 0 --raw w
 
-if [ "$failures" != 0 ]; then
-  echo "$failures check(s) failed"
-  exit 1
-fi
-echo "all stream checks passed"
+finish "stream"

@@ -8,37 +8,11 @@ KVDSR=$1
 WORK=$2
 SAMPLES=$3
 KVDSR_CALIB=$4
+. "$(dirname "$0")/checks.sh"
 rm -rf "$WORK"
 mkdir -p "$WORK"
 cd "$WORK" || exit 1
 
-failures=0
-fail() {
-  echo "FAIL: $*"
-  failures=$((failures + 1))
-}
-
-# run NAME EXPECTED_EXIT PATTERN ARGS...: exit code and a stderr/stdout match.
-run() {
-  local name=$1 want=$2 pattern=$3
-  shift 3
-  "$KVDSR" "$@" >"$name.out" 2>"$name.err"
-  local rc=$?
-  if [ "$rc" -ge 128 ]; then
-    fail "$name: killed by signal $((rc - 128))"
-    cat "$name.err"
-    return
-  fi
-  if [ "$rc" != "$want" ]; then
-    fail "$name: exit $rc, wanted $want"
-    cat "$name.err"
-    return
-  fi
-  if [ -n "$pattern" ] && ! grep -q -- "$pattern" "$name.out" "$name.err"; then
-    fail "$name: output lacks '$pattern'"
-    cat "$name.out" "$name.err"
-  fi
-}
 
 # Exit 0 with outputs, or 2 with the engine's status named: what a run gives
 # depends on which engines this build contains.
@@ -218,8 +192,4 @@ rc=$(run_engine sv_sbs stereoview --side-by-side --calib "$MOD" --first "$L" --s
 rc=$(run_engine spr spr --calib "$MOD" --first "$L" --second "$R" --out-size 320x240 --out spr)
 [ "$rc" != 0 ] || [ -s spr-first.png ] || fail "spr: no output"
 
-if [ "$failures" != 0 ]; then
-  echo "$failures check(s) failed"
-  exit 1
-fi
-echo "all kvdsr tool checks passed"
+finish "kvdsr tool"
