@@ -1,19 +1,28 @@
 // Every run function at 1920x1080 NV21, timed call by call through the public
-// interface under three conditions, side by side in one run:
+// interface under four conditions, side by side in one run:
 //   idle, one thread      (omp_set_num_threads(1) for these calls only)
 //   idle, N threads       (the library's default team, as a caller gets it)
 //   loaded, N threads     (two busy processes per core, started and stopped
-//                          here, beside the default team)
+//                          here, beside the default team), calls back to back
+//   loaded, paced         (the same load, one call per frame interval, as a
+//                          camera service calls at its preview rate)
 // Reports the median and 90th percentile of each, the idle N-thread speed-up
 // and the contention ratios: loaded median and loaded 90th percentile over
-// the idle one-thread median (bounds 2 and 3).
+// the idle one-thread median (bounds 2 and 3), for both loaded conditions.
+//
+// The two loaded conditions differ in what the scheduler sees. Back to back,
+// the calling thread never sleeps: it is CPU-bound beside two busy loops and
+// gets one tick in three, so any call still running when its tick ends
+// waits two ticks, whatever the library does. Paced, it sleeps between
+// frames and wakes owed time, as a preview pipeline's thread does.
 //
 // A plain timing loop rather than Google Benchmark: percentiles of single
 // calls and load phases are what is measured. The busy processes each live
 // at most kLoadLifetime seconds and die with this process (Linux).
 //
-// Usage: contention_bench [--calls N] [--warmup N] [--per-core K] [--only TEXT]
-//                         [--no-load] [--json]
+// Usage: contention_bench [--calls N] [--warmup N] [--per-core K] [--fps F]
+//                         [--only TEXT] [--no-load] [--json]
+// --fps 0 leaves out the paced condition.
 #include <omp.h>
 #include <signal.h>
 #include <sys/types.h>
@@ -33,6 +42,8 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "calibpack.h"
@@ -244,15 +255,22 @@ struct Options {
     int calls = 40;
     int warmup = 3;
     int perCore = 2;
+    int fps = 30;  // paced condition: calls per second
     bool load = true;
     bool json = false;
     std::string only;
 };
 
-// Times `calls` calls after `warmup` untimed ones; false on a non-zero status.
-bool measure(const Case& c, const Options& o, Stats& out) {
+// Times `calls` calls after `warmup` untimed ones, back to back or (fps > 0)
+// starting one every 1/fps seconds; false on a non-zero status.
+bool measure(const Case& c, const Options& o, int fps, Stats& out) {
     std::vector<double> ms;
+    auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < o.warmup + o.calls; ++i) {
+        if (fps > 0) {
+            start += std::chrono::microseconds(1000000 / fps);
+            std::this_thread::sleep_until(start);
+        }
         c.prepare();
         const auto t0 = std::chrono::steady_clock::now();
         const uint32_t rc = c.call();
@@ -269,8 +287,8 @@ bool measure(const Case& c, const Options& o, Stats& out) {
 
 struct Row {
     std::string name;
-    Stats idle1, idleN, loaded;
-    bool haveLoad = false;
+    Stats idle1, idleN, loaded, paced;
+    bool haveLoad = false, havePaced = false;
 };
 
 bool parse(int argc, char** argv, Options& o) {
@@ -289,6 +307,7 @@ bool parse(int argc, char** argv, Options& o) {
         if (a == "--calls") ok = number(o.calls, 1);
         else if (a == "--warmup") ok = number(o.warmup, 0);
         else if (a == "--per-core") ok = number(o.perCore, 1);
+        else if (a == "--fps") ok = number(o.fps, 0);
         else if (a == "--only" && i + 1 < argc) o.only = argv[++i];
         else if (a == "--no-load") o.load = false;
         else if (a == "--json") o.json = true;
@@ -298,26 +317,47 @@ bool parse(int argc, char** argv, Options& o) {
     return true;
 }
 
+// A ratio to the idle one-thread median, marked when above its bound.
+void printRatio(double value, double bound) { std::printf(" %8.2f%s", value, value <= bound ? " " : "!"); }
+
 void printTable(const std::vector<Row>& rows, int threads, int cores, const Options& o) {
     std::printf("contention_bench: %ux%u NV21 (map %ux%u, SPR to %ux%u), %d calls per condition\n", kW, kH, kDw, kDh,
                 kSprW, kSprH, o.calls);
-    std::printf("N = %d threads (the default team); load = %d busy processes (%d per core, %d cores)\n\n", threads,
-                o.perCore * cores, o.perCore, cores);
-    std::printf("%-38s %17s %17s %17s %8s %9s %9s\n", "", "idle, 1 thread", "idle, N threads", "loaded, N threads",
-                "speed-up", "loaded", "loaded");
-    std::printf("%-38s %8s %8s %8s %8s %8s %8s %8s %9s %9s\n", "function (ms)", "median", "p90", "median", "p90",
-                "median", "p90", "idle N", "med/idle1", "p90/idle1");
+    std::printf("N = %d threads (the default team); load = %d busy processes (%d per core, %d cores); paced = %d "
+                "calls per second\n\n",
+                threads, o.perCore * cores, o.perCore, cores, o.fps);
+    std::printf("%-38s %17s %17s %17s %17s\n", "", "idle, 1 thread", "idle, N threads", "loaded, back to back",
+                "loaded, paced");
+    std::printf("%-38s %8s %8s %8s %8s %8s %8s %8s %8s\n", "function (ms)", "median", "p90", "median", "p90", "median",
+                "p90", "median", "p90");
+    auto cell = [](const Stats& s, bool have) {
+        if (have)
+            std::printf(" %8.2f %8.2f", s.median, s.p90);
+        else
+            std::printf(" %8s %8s", "-", "-");
+    };
     for (const Row& r : rows) {
-        std::printf("%-38s %8.2f %8.2f %8.2f %8.2f", r.name.c_str(), r.idle1.median, r.idle1.p90, r.idleN.median,
-                    r.idleN.p90);
-        if (r.haveLoad) {
-            const double m = r.loaded.median / r.idle1.median, p = r.loaded.p90 / r.idle1.median;
-            std::printf(" %8.2f %8.2f %7.2fx %8.2f%s %8.2f%s\n", r.loaded.median, r.loaded.p90,
-                        r.idle1.median / r.idleN.median, m, m <= kMedianBound ? " " : "!", p,
-                        p <= kP90Bound ? " " : "!");
-        } else {
-            std::printf(" %8s %8s %7.2fx\n", "-", "-", r.idle1.median / r.idleN.median);
+        std::printf("%-38s", r.name.c_str());
+        cell(r.idle1, true);
+        cell(r.idleN, true);
+        cell(r.loaded, r.haveLoad);
+        cell(r.paced, r.havePaced);
+        std::printf("\n");
+    }
+
+    std::printf("\n%-38s %8s %19s %19s\n", "", "speed-up", "back to back / idle1", "paced / idle1");
+    std::printf("%-38s %8s %9s %9s %9s %9s\n", "function", "idle N", "median", "p90", "median", "p90");
+    for (const Row& r : rows) {
+        std::printf("%-38s %7.2fx", r.name.c_str(), r.idle1.median / r.idleN.median);
+        for (const auto& [s, have] : {std::pair{r.loaded, r.haveLoad}, std::pair{r.paced, r.havePaced}}) {
+            if (!have) {
+                std::printf(" %9s %9s", "-", "-");
+                continue;
+            }
+            printRatio(s.median / r.idle1.median, kMedianBound);
+            printRatio(s.p90 / r.idle1.median, kP90Bound);
         }
+        std::printf("\n");
     }
     if (o.load)
         std::printf("\n!: above the bound (loaded median <= %.0fx, loaded p90 <= %.0fx the idle 1-thread median)\n",
@@ -331,17 +371,19 @@ void printJson(const std::vector<Row>& rows, int threads, int cores, const Optio
         return std::string(b);
     };
     std::printf("{\n  \"width\": %u, \"height\": %u, \"format\": \"NV21\", \"calls\": %d,\n", kW, kH, o.calls);
-    std::printf("  \"threads\": %d, \"cores\": %d, \"load_processes\": %d,\n  \"functions\": [\n", threads, cores,
-                o.load ? o.perCore * cores : 0);
+    std::printf("  \"threads\": %d, \"cores\": %d, \"load_processes\": %d, \"paced_fps\": %d,\n  \"functions\": [\n",
+                threads, cores, o.load ? o.perCore * cores : 0, o.fps);
     for (size_t i = 0; i < rows.size(); ++i) {
         const Row& r = rows[i];
         std::printf("    {\"name\": \"%s\", \"idle_1_thread\": %s, \"idle_n_threads\": %s", r.name.c_str(),
                     st(r.idle1).c_str(), st(r.idleN).c_str());
         std::printf(", \"speedup_n_threads\": %.4f", r.idle1.median / r.idleN.median);
-        if (r.haveLoad)
-            std::printf(", \"loaded_n_threads\": %s, \"loaded_median_over_idle_1\": %.4f, "
-                        "\"loaded_p90_over_idle_1\": %.4f",
-                        st(r.loaded).c_str(), r.loaded.median / r.idle1.median, r.loaded.p90 / r.idle1.median);
+        for (const auto& [key, s, have] : {std::tuple{"loaded_n_threads", r.loaded, r.haveLoad},
+                                           std::tuple{"loaded_paced", r.paced, r.havePaced}}) {
+            if (!have) continue;
+            std::printf(", \"%s\": %s, \"%s_median_over_idle_1\": %.4f, \"%s_p90_over_idle_1\": %.4f", key,
+                        st(s).c_str(), key, s.median / r.idle1.median, key, s.p90 / r.idle1.median);
+        }
         std::printf("}%s\n", i + 1 < rows.size() ? "," : "");
     }
     std::printf("  ]\n}\n");
@@ -353,7 +395,8 @@ int main(int argc, char** argv) {
     Options o;
     if (!parse(argc, argv, o)) {
         std::fprintf(stderr,
-                     "usage: %s [--calls N] [--warmup N] [--per-core K] [--only TEXT] [--no-load] [--json]\n",
+                     "usage: %s [--calls N] [--warmup N] [--per-core K] [--fps F] [--only TEXT] [--no-load] "
+                     "[--json]\n",
                      argv[0]);
         return 2;
     }
@@ -378,12 +421,13 @@ int main(int argc, char** argv) {
         Row r;
         r.name = c.name;
         omp_set_num_threads(1);
-        const bool ok1 = measure(c, o, r.idle1);
+        const bool ok1 = measure(c, o, 0, r.idle1);
         omp_set_num_threads(threads);
-        if (!ok1 || !measure(c, o, r.idleN)) return 1;
+        if (!ok1 || !measure(c, o, 0, r.idleN)) return 1;
         if (o.load) {
             if (!startLoad(o.perCore * cores)) return 1;
-            const bool ok = measure(c, o, r.loaded);
+            bool ok = measure(c, o, 0, r.loaded);
+            if (ok && o.fps > 0) ok = r.havePaced = measure(c, o, o.fps, r.paced);
             const bool alive = loadAlive();
             killLoad();
             if (!ok) return 1;
