@@ -24,13 +24,7 @@
 //                         [--only TEXT] [--no-load] [--json]
 // --fps 0 leaves out the paced condition.
 #include <omp.h>
-#include <signal.h>
-#include <sys/types.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#ifdef __linux__
-#include <sys/prctl.h>
-#endif
 
 #include <algorithm>
 #include <chrono>
@@ -46,6 +40,7 @@
 #include <utility>
 #include <vector>
 
+#include "busy_load.h"
 #include "calibpack.h"
 #include "kvDSR.h"
 
@@ -59,65 +54,6 @@ constexpr uint16_t kBinocularShift = 800;
 constexpr uint16_t kDistance = 1000;
 constexpr unsigned kLoadLifetime = 120;          // seconds, per busy process
 constexpr double kMedianBound = 2.0, kP90Bound = 3.0;
-
-// ---- Busy processes -----------------------------------------------------------
-
-// Process ids of running busy processes; read by the signal handler.
-constexpr int kMaxLoad = 1024;
-volatile sig_atomic_t g_loadCount = 0;
-pid_t g_load[kMaxLoad];
-
-void killLoad() {
-    for (int i = 0; i < g_loadCount; ++i) kill(g_load[i], SIGKILL);
-    for (int i = 0; i < g_loadCount; ++i) waitpid(g_load[i], nullptr, 0);
-    g_loadCount = 0;
-}
-
-void onSignal(int sig) {
-    for (int i = 0; i < g_loadCount; ++i) kill(g_load[i], SIGKILL);
-    signal(sig, SIG_DFL);
-    raise(sig);
-}
-
-[[noreturn]] void busyChild(pid_t parent) {
-    // Only async-signal-safe calls here: the parent has OpenMP threads.
-    signal(SIGINT, SIG_DFL);
-    signal(SIGTERM, SIG_DFL);
-#ifdef __linux__
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(0);
-#else
-    (void)parent;
-#endif
-    alarm(kLoadLifetime);
-    volatile uint64_t spin = 0;
-    for (;;) spin = spin + 1;
-}
-
-bool startLoad(int processes) {
-    const pid_t parent = getpid();
-    for (int i = 0; i < processes && g_loadCount < kMaxLoad; ++i) {
-        const pid_t pid = fork();
-        if (pid < 0) {
-            std::perror("contention_bench: fork");
-            killLoad();
-            return false;
-        }
-        if (pid == 0) busyChild(parent);
-        g_load[g_loadCount] = pid;
-        g_loadCount = g_loadCount + 1;
-    }
-    // Let the scheduler spread them over the cores before measuring.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    return true;
-}
-
-// True while every busy process still runs.
-bool loadAlive() {
-    for (int i = 0; i < g_loadCount; ++i)
-        if (waitpid(g_load[i], nullptr, WNOHANG) != 0) return false;
-    return true;
-}
 
 // ---- Frames -----------------------------------------------------------------------
 
@@ -400,10 +336,7 @@ int main(int argc, char** argv) {
                      argv[0]);
         return 2;
     }
-    signal(SIGINT, onSignal);
-    signal(SIGTERM, onSignal);
-    signal(SIGHUP, onSignal);
-    std::atexit(killLoad);
+    kvdsrtool::stopBusyLoadOnSignals();
 
     // The default team, as any caller of the library gets it; only the
     // one-thread phase changes it, and puts it back.
@@ -425,11 +358,11 @@ int main(int argc, char** argv) {
         omp_set_num_threads(threads);
         if (!ok1 || !measure(c, o, 0, r.idleN)) return 1;
         if (o.load) {
-            if (!startLoad(o.perCore * cores)) return 1;
+            if (!kvdsrtool::startBusyLoad(o.perCore * cores, kLoadLifetime)) return 1;
             bool ok = measure(c, o, 0, r.loaded);
             if (ok && o.fps > 0) ok = r.havePaced = measure(c, o, o.fps, r.paced);
-            const bool alive = loadAlive();
-            killLoad();
+            const bool alive = kvdsrtool::busyLoadAlive();
+            kvdsrtool::stopBusyLoad();
             if (!ok) return 1;
             if (!alive) {
                 std::fprintf(stderr, "contention_bench: a busy process ended early during %s\n", c.name.c_str());

@@ -159,11 +159,29 @@ assert names == want, names
 for r in doc["results"]:
     assert "error" not in r, r
     assert r["size"] == "128x96" and r["threads"] == 1, r
-    assert 0 < r["minMs"] <= r["medianMs"] <= r["maxMs"], r
+    assert 0 < r["minMs"] <= r["medianMs"] <= r["p90Ms"] <= r["maxMs"], r
     assert abs(r["fps"] - 1000 / r["medianMs"]) < 1e-6 * r["fps"], r
     assert r["initMs"] > 0 and 0 < r["rssMiB"] <= r["peakMiB"], r
+    assert r["busyProcesses"] == 0, r
 assert doc["framesPerCase"] == 2 and doc["library"]
+assert doc["pacedFps"] == 0 and doc["loadProcesses"] == 0, doc
 PY
+# Paced, beside busy processes: they run through each case's frames and none
+# is left once the tool has exited.
+run bench_load 0 "" bench --sizes 64x64 --frames 4 --threads 2 --engines focal-shift,spr --load 1 --fps 200 --json
+/usr/bin/python3 - bench_load.out "$(nproc)" <<'PY' || fail "bench --load --fps: wrong content"
+import json, sys
+doc, cpus = json.load(open(sys.argv[1])), int(sys.argv[2])
+assert doc["pacedFps"] == 200 and doc["loadProcesses"] == cpus, doc
+assert [r["engine"] for r in doc["results"]] == ["spr", "focal-shift"], doc
+for r in doc["results"]:
+    assert "error" not in r and r["busyProcesses"] == cpus and r["busyProcessesLasted"], r
+    assert 0 < r["minMs"] <= r["medianMs"] <= r["p90Ms"] <= r["maxMs"], r
+PY
+left=$(ps -eo args | grep -c -- '^[^ ]*kvdsr bench .*--load 1 --fps 200')
+[ "$left" = 0 ] || fail "bench --load: $left busy processes left running"
+run bench_load_range 1 "--load must be 0..8" bench --load 9 --sizes 64x64
+run bench_fps_range 1 "--fps must be 0..1000" bench --fps 1001 --sizes 64x64
 run bench_text 0 "depthview" bench --sizes 64x64,128x96 --frames 1 --threads 1,2 --engines depthview,spr
 [ "$(grep -c '^\(64x64\|128x96\) ' bench_text.out)" = 8 ] || fail "bench text: not 2 sizes x 2 engines x 2 thread counts"
 run bench_size 1 "multiples of 8" bench --sizes 100x75

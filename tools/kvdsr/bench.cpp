@@ -16,6 +16,7 @@
 #include <string>
 #include <thread>
 
+#include "busy_load.h"
 #include "calibpack.h"
 #include "commands.h"
 #include "engines.h"
@@ -105,12 +106,18 @@ struct Result {
     std::string engine, size;
     int threads = 0;
     Status status;
-    double initMs = 0, medianMs = 0, minMs = 0, maxMs = 0, fps = 0, rssMiB = 0, peakMiB = 0;
-    bool peakOwn = false;  // the peak was reset before this case
-    bool uniform = false;  // the last output showed nothing
+    double initMs = 0, medianMs = 0, p90Ms = 0, minMs = 0, maxMs = 0, fps = 0, rssMiB = 0, peakMiB = 0;
+    bool peakOwn = false;    // the peak was reset before this case
+    bool uniform = false;    // the last output showed nothing
+    int loadCount = 0;       // busy processes beside the timed frames
+    bool loadEnded = false;  // one of them ended before the frames did
 };
 
-Result runCase(const BenchCase& bc, int w, int h, int threads, int frames, const Calibration& calib) {
+// How long a busy process lives at most: beyond any case's frames, in case
+// this process is killed in a way its children do not notice.
+constexpr unsigned kLoadLifetimeSeconds = 3600;
+
+Result runCase(const BenchCase& bc, int w, int h, int threads, const BenchOptions& opt, const Calibration& calib) {
     Result r;
     r.engine = bc.name;
     r.size = std::to_string(w) + "x" + std::to_string(h);
@@ -146,17 +153,31 @@ Result runCase(const BenchCase& bc, int w, int h, int threads, int frames, const
     r.initMs = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
     if (!r.status.ok()) return r;
 
+    const int loadCount = r.loadCount = opt.loadPerCpu * int(std::max(1u, std::thread::hardware_concurrency()));
+    if (loadCount > 0 && !startBusyLoad(loadCount, kLoadLifetimeSeconds))
+        throw std::runtime_error("--load: could not start the busy processes");
     std::vector<double> ms;
-    for (int i = 0; i <= frames && r.status.ok(); ++i) {
+    auto start = Clock::now();
+    for (int i = 0; i <= opt.frames && r.status.ok(); ++i) {
         std::vector<YuvFrame> in = images;  // the engines write into some inputs
         DepthMap d = depth;
+        if (opt.fps > 0) {
+            // As a preview pipeline calls: one frame every 1/fps s, asleep between.
+            start += std::chrono::microseconds(1000000 / opt.fps);
+            std::this_thread::sleep_until(start);
+        }
         r.status = session.run(in, needsDepth(s) ? &d : nullptr);
         if (i > 0) ms.push_back(session.lastCallSeconds() * 1000);  // the first frame warms caches and the team
+    }
+    if (loadCount > 0) {
+        r.loadEnded = !busyLoadAlive();
+        stopBusyLoad();
     }
     if (!r.status.ok() || ms.empty()) return r;
     std::sort(ms.begin(), ms.end());
     const size_t n = ms.size();
     r.medianMs = n % 2 ? ms[n / 2] : 0.5 * (ms[n / 2 - 1] + ms[n / 2]);
+    r.p90Ms = ms[size_t(std::ceil(0.9 * double(n))) - 1];  // nearest rank
     r.minMs = ms.front();
     r.maxMs = ms.back();
     r.fps = r.medianMs > 0 ? 1000 / r.medianMs : 0;
@@ -180,6 +201,9 @@ void addBenchOptions(CLI::App* app, BenchOptions& o) {
         ->delimiter(',');
     app->add_option("--frames", o.frames, "timed frames per engine and size (default 10)");
     app->add_option("--engines", o.engines, "engines to run, comma-separated (default: every engine)")->delimiter(',');
+    app->add_option("--fps", o.fps, "start frames at this rate, as a preview does (default 0: back to back)");
+    app->add_option("--load", o.loadPerCpu,
+                    "busy processes per CPU beside the timed frames, as on a busy phone (default 0)");
     app->add_flag("--json", o.json, "print JSON instead of a table");
 }
 
@@ -191,6 +215,8 @@ int runBench(const BenchOptions& optIn) {
     for (int t : opt.threads)
         if (t < 1 || t > 1024) throw std::invalid_argument("--threads: " + std::to_string(t) + " is not 1..1024");
     if (opt.frames < 1 || opt.frames > 100000) throw std::invalid_argument("--frames must be 1..100000");
+    if (opt.fps < 0 || opt.fps > 1000) throw std::invalid_argument("--fps must be 0..1000");
+    if (opt.loadPerCpu < 0 || opt.loadPerCpu > 8) throw std::invalid_argument("--load must be 0..8");
     std::vector<BenchCase> cases;
     for (const BenchCase& c : kCases)
         if (opt.engines.empty() || std::find(opt.engines.begin(), opt.engines.end(), c.name) != opt.engines.end())
@@ -215,18 +241,24 @@ int runBench(const BenchOptions& optIn) {
     const auto moduleCalib = kvdsr::calibpack::packContainer(kvdsr::calibpack::sampleModule(), 1547);
     const Calibration aloeCalib = aloeCalibration();
     const unsigned cpus = std::thread::hardware_concurrency();
-    if (!opt.json)
-        std::printf("kvdsr bench: libkvDSR %s, %u CPUs, %d timed frames a case after one warm-up frame\n"
-                    "%-10s %-16s %7s %9s %9s %8s %8s %8s %9s %9s\n",
-                    libraryVersion().c_str(), cpus, opt.frames, "size", "engine", "threads", "init ms", "median ms",
-                    "min ms", "max ms", "fps", "RSS MiB", "peak MiB");
+    const int loadProcesses = opt.loadPerCpu * int(std::max(1u, cpus));
+    if (!opt.json) {
+        std::printf("kvdsr bench: libkvDSR %s, %u CPUs, %d timed frames a case after one warm-up frame\n",
+                    libraryVersion().c_str(), cpus, opt.frames);
+        if (opt.fps > 0) std::printf("frames started %d times a second\n", opt.fps);
+        if (loadProcesses > 0)
+            std::printf("frames timed beside %d busy processes (%d per CPU); Init without them\n", loadProcesses,
+                        opt.loadPerCpu);
+        std::printf("%-10s %-16s %7s %9s %9s %8s %8s %8s %8s %9s %9s\n", "size", "engine", "threads", "init ms",
+                    "median ms", "p90 ms", "min ms", "max ms", "fps", "RSS MiB", "peak MiB");
+    }
     nlohmann::ordered_json results = nlohmann::ordered_json::array();
     int failures = 0;
     for (const auto& [w, h] : sizes)
         for (const BenchCase& c : cases)
             for (int t : opt.threads) {
                 const bool depthEngine = c.engine == Engine::DepthView || c.engine == Engine::Binocular;
-                const Result r = runCase(c, w, h, t, opt.frames, depthEngine ? aloeCalib : moduleCalib);
+                const Result r = runCase(c, w, h, t, opt, depthEngine ? aloeCalib : moduleCalib);
                 if (!r.status.ok()) {
                     ++failures;
                     std::cerr << "kvdsr: bench " << r.engine << " " << r.size << ": "
@@ -234,14 +266,18 @@ int runBench(const BenchOptions& optIn) {
                 }
                 if (r.uniform)
                     std::cerr << "kvdsr: warning: bench " << r.engine << " " << r.size << ": the output is uniform\n";
+                if (r.loadEnded)
+                    std::cerr << "kvdsr: warning: bench " << r.engine << " " << r.size
+                              << ": a busy process ended before the frames did\n";
                 if (opt.json) {
                     nlohmann::ordered_json j = {{"engine", r.engine}, {"size", r.size}, {"threads", r.threads}};
                     if (!r.status.ok()) {
                         j["error"] = describeStatus(r.status.call, r.status.code);
                     } else {
-                        j.update({{"initMs", r.initMs}, {"medianMs", r.medianMs}, {"minMs", r.minMs},
+                        j.update({{"initMs", r.initMs}, {"medianMs", r.medianMs}, {"p90Ms", r.p90Ms}, {"minMs", r.minMs},
                                   {"maxMs", r.maxMs}, {"fps", r.fps}, {"rssMiB", r.rssMiB}, {"peakMiB", r.peakMiB},
-                                  {"peakSinceCaseStart", r.peakOwn}});
+                                  {"peakSinceCaseStart", r.peakOwn}, {"busyProcesses", r.loadCount},
+                                  {"busyProcessesLasted", !r.loadEnded}});
                     }
                     results.push_back(j);
                     continue;
@@ -251,19 +287,22 @@ int runBench(const BenchOptions& optIn) {
                                 r.status.code);
                     continue;
                 }
-                std::printf("%-10s %-16s %7d %9.2f %9.2f %8.2f %8.2f %8.1f %9.1f %9.1f%s\n", r.size.c_str(),
-                            r.engine.c_str(), r.threads, r.initMs, r.medianMs, r.minMs, r.maxMs, r.fps, r.rssMiB,
-                            r.peakMiB, r.peakOwn ? "" : "*");
+                std::printf("%-10s %-16s %7d %9.2f %9.2f %8.2f %8.2f %8.2f %8.1f %9.1f %9.1f%s\n", r.size.c_str(),
+                            r.engine.c_str(), r.threads, r.initMs, r.medianMs, r.p90Ms, r.minMs, r.maxMs, r.fps,
+                            r.rssMiB, r.peakMiB, r.peakOwn ? "" : "*");
                 std::fflush(stdout);
             }
     if (opt.json) {
         const nlohmann::ordered_json doc = {{"library", libraryVersion()},
                                             {"cpus", cpus},
                                             {"framesPerCase", opt.frames},
+                                            {"pacedFps", opt.fps},
+                                            {"loadProcesses", loadProcesses},
                                             {"results", results}};
         std::cout << doc.dump(2) << "\n";
     } else {
-        std::printf("median, min, max: the library call alone, per frame. peak: resident peak during the case%s\n",
+        std::printf("median, p90, min, max: the library call alone, per frame. peak: resident peak during the "
+                    "case%s\n",
                     resetPeakMemory() ? "" : " (* : since the process started; the peak could not be reset)");
     }
     return failures ? kExitEngine : kExitOk;

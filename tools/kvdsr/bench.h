@@ -16,6 +16,8 @@ struct BenchOptions {
     std::vector<int> threads;          // OpenMP team sizes; default 1 and all
     int frames = 10;                   // timed frames per case
     std::vector<std::string> engines;  // case names; default all
+    int fps = 0;                       // frames started per second; 0: back to back
+    int loadPerCpu = 0;                // busy processes per CPU during the timed frames
     bool json = false;
 };
 
@@ -23,7 +25,8 @@ struct BenchOptions {
 void addBenchOptions(CLI::App* app, BenchOptions& opt);
 
 // Prints one line (or JSON object) per engine, size and thread count: Init
-// time, median / min / max ms a frame, fps, resident and peak memory.
+// time, median / 90th percentile / min / max ms a frame, fps, resident and
+// peak memory.
 int runBench(const BenchOptions& opt);
 
 }  // namespace kvdsrtool
