@@ -2,6 +2,12 @@
 #include "common/frame_team.h"
 
 #include <unistd.h>
+#if defined(__linux__)
+#include <sched.h>
+#include <sys/resource.h>
+
+#include <cerrno>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -38,6 +44,81 @@ uint64_t claimWord(uint32_t epoch, uint64_t next, uint64_t total) {
 constexpr int kHelperSpins = 2000;
 constexpr int kWaitSpins = 1000;
 
+// What helpers take from the thread that calls. A camera pipeline raises
+// its threads' priority and may pin them to the fast cores; a frame's work
+// should run that way too, whichever thread made the helpers. Helpers take
+// the caller's CPUs on every call, and its scheduling (policy, priority,
+// nice value) whenever that is above their own: never below, because a
+// process without the privilege to raise a thread's priority could not bring
+// them back up for its next caller. Where the system refuses a change, the
+// helper keeps what it has; results never depend on it.
+struct ThreadTraits {
+#if defined(__linux__)
+    int policy = SCHED_OTHER;  // as sched_getscheduler, without SCHED_RESET_ON_FORK
+    int priority = 0;          // real-time priority
+    int nice = 0;
+    bool haveCpus = false;
+    cpu_set_t cpus{};
+
+    // The calling thread's.
+    static ThreadTraits current() {
+        ThreadTraits t;
+        const int policy = sched_getscheduler(0);
+        if (policy >= 0) t.policy = policy & ~SCHED_RESET_ON_FORK;
+        sched_param param{};
+        if ((t.policy == SCHED_FIFO || t.policy == SCHED_RR) && sched_getparam(0, &param) == 0)
+            t.priority = param.sched_priority;  // the others' is 0
+        errno = 0;
+        const int nice = getpriority(PRIO_PROCESS, 0);  // Linux: this thread's
+        if (errno == 0) t.nice = nice;
+        t.haveCpus = sched_getaffinity(0, sizeof t.cpus, &t.cpus) == 0;
+        return t;
+    }
+
+    // Orders schedules by what they get from the kernel: real-time policies
+    // by priority above the others by nice value, batch and idle below.
+    // Policies it does not know (deadline) are never taken.
+    long rank() const {
+        switch (policy) {
+            case SCHED_FIFO:
+            case SCHED_RR: return 1000 + priority;
+            case SCHED_OTHER: return 100 - nice;
+            case SCHED_BATCH: return 50 - nice;
+            case SCHED_IDLE: return 0;
+            default: return -1;
+        }
+    }
+    bool sameCpus(const ThreadTraits& o) const {
+        return haveCpus == o.haveCpus && (!haveCpus || CPU_EQUAL(&cpus, &o.cpus));
+    }
+    bool operator==(const ThreadTraits& o) const {
+        return policy == o.policy && priority == o.priority && nice == o.nice && sameCpus(o);
+    }
+
+    // Moves the calling thread, whose traits these are, towards `want`.
+    void adopt(const ThreadTraits& want) {
+        if (want.rank() > rank()) {
+            sched_param param{};
+            param.sched_priority = want.priority;
+            if ((want.policy == policy && want.priority == priority) ||
+                sched_setscheduler(0, want.policy, &param) == 0) {
+                policy = want.policy;
+                priority = want.priority;
+            }
+            if (want.nice < nice && setpriority(PRIO_PROCESS, 0, want.nice) == 0) nice = want.nice;
+        }
+        if (want.haveCpus && !sameCpus(want) && sched_setaffinity(0, sizeof want.cpus, &want.cpus) == 0) {
+            cpus = want.cpus;
+            haveCpus = true;
+        }
+    }
+#else
+    static ThreadTraits current() { return {}; }
+    bool operator==(const ThreadTraits&) const { return true; }
+    void adopt(const ThreadTraits&) {}
+#endif
+};
+
 inline void cpuRelax() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
@@ -66,6 +147,7 @@ public:
     void run(const detail::StagedJob& job, int threads) {
         std::lock_guard<std::mutex> serial(runMutex_);
         ensureHelpers(threads - 1);
+        publishTraits();
         const uint64_t total = job.begin[job.stages];
         jobThreads_.store(threads, std::memory_order_relaxed);
         job_.store(&job, std::memory_order_relaxed);
@@ -97,7 +179,31 @@ private:
         }
     }
 
+    // Only run() writes traits_, under runMutex_; helpers copy it under
+    // traitsMutex_ when its version moves.
+    void publishTraits() {
+        const ThreadTraits caller = ThreadTraits::current();
+        if (traitsVersion_.load(std::memory_order_relaxed) != 0 && caller == traits_) return;
+        std::lock_guard<std::mutex> lock(traitsMutex_);
+        traits_ = caller;
+        traitsVersion_.fetch_add(1, std::memory_order_release);
+    }
+
+    void followCaller(ThreadTraits& mine, uint32_t& version) {
+        const uint32_t v = traitsVersion_.load(std::memory_order_acquire);
+        if (v == version) return;
+        ThreadTraits want;
+        {
+            std::lock_guard<std::mutex> lock(traitsMutex_);
+            want = traits_;
+            version = traitsVersion_.load(std::memory_order_relaxed);
+        }
+        mine.adopt(want);
+    }
+
     void helperLoop(int slot, uint32_t seen) {
+        ThreadTraits mine = ThreadTraits::current();
+        uint32_t traitsSeen = 0;
         for (;;) {
             uint32_t epoch = epoch_.load(std::memory_order_acquire);
             for (int i = 0; epoch == seen && i < kHelperSpins; ++i) {
@@ -114,6 +220,7 @@ private:
             }
             seen = epoch;
             if (slot >= jobThreads_.load(std::memory_order_relaxed)) continue;
+            followCaller(mine, traitsSeen);
             uint64_t item;
             while (claim(epoch, &item)) execute(item, slot);
         }
@@ -169,6 +276,9 @@ private:
     std::atomic<const detail::StagedJob*> job_{nullptr};
     std::vector<std::thread> helpers_;
     bool stop_ = false;
+    std::mutex traitsMutex_;
+    ThreadTraits traits_;
+    std::atomic<uint32_t> traitsVersion_{0};
 };
 
 // Made on first use, stopped and joined when the library is unloaded or the

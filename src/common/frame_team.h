@@ -17,6 +17,8 @@
 // (none at load). Its size follows OpenMP's setting for the calling thread
 // (omp_get_max_threads: OMP_NUM_THREADS, omp_set_num_threads), which is read
 // and never changed. Helpers wait for work briefly spinning, then asleep.
+// They run on the calling thread's CPUs and at least at its priority, where
+// the system allows it (Linux and Android).
 //
 // The work function must not throw and must not allocate: it runs per row.
 // It gets a slot number below teamSlots(), unique among the threads running

@@ -3,7 +3,15 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#if defined(__linux__)
+#include <sched.h>
+#include <sys/resource.h>
+#endif
+
 #include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "common/frame_team.h"
@@ -87,5 +95,88 @@ TEST_P(FrameTeam, EmptyStagesAndSingleItems) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, FrameTeam, ::testing::Values(1, 2, 3, 8));
+
+#if defined(__linux__)
+// What the threads that ran a call's items reported of themselves.
+struct ItemThreads {
+    int byHelpers = 0;
+    std::vector<int> helperNice;
+    std::vector<cpu_set_t> helperCpus;
+};
+
+// A two-thread call of slow items from the calling thread: a helper surely
+// takes some of them.
+ItemThreads runSlowItems() {
+    omp_set_num_threads(2);
+    const std::thread::id caller = std::this_thread::get_id();
+    std::mutex m;
+    ItemThreads seen;
+    kvdsr::runItems(64, true, [&](uint32_t, int) {
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+        if (std::this_thread::get_id() == caller) return;
+        cpu_set_t cpus;
+        CPU_ZERO(&cpus);
+        sched_getaffinity(0, sizeof cpus, &cpus);
+        const int nice = getpriority(PRIO_PROCESS, 0);
+        std::lock_guard<std::mutex> lock(m);
+        seen.byHelpers++;
+        seen.helperNice.push_back(nice);
+        seen.helperCpus.push_back(cpus);
+    });
+    return seen;
+}
+
+// Each test calls from a thread of its own, so that what it changes of its
+// caller ends with it.
+template <class Body>
+void onNewThread(Body body) {
+    std::thread t(body);
+    t.join();
+}
+
+// Pinned, unpinned, pinned elsewhere: the helpers' CPUs follow each time,
+// whichever thread made them.
+TEST(FrameTeamHelpers, RunOnTheCallersCpus) {
+    onNewThread([] {
+        cpu_set_t all;
+        CPU_ZERO(&all);
+        ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+        std::vector<cpu_set_t> masks;
+        for (int cpu = 0; cpu < CPU_SETSIZE && masks.size() < 2; ++cpu)
+            if (CPU_ISSET(cpu, &all)) {
+                cpu_set_t one;
+                CPU_ZERO(&one);
+                CPU_SET(cpu, &one);
+                masks.push_back(one);
+            }
+        if (masks.size() < 2) GTEST_SKIP() << "one CPU: nothing to tell apart";
+        masks.insert(masks.begin() + 1, all);
+        for (size_t i = 0; i < masks.size(); ++i) {
+            ASSERT_EQ(sched_setaffinity(0, sizeof masks[i], &masks[i]), 0);
+            const ItemThreads seen = runSlowItems();
+            ASSERT_GT(seen.byHelpers, 0) << "mask " << i;
+            for (const cpu_set_t& cpus : seen.helperCpus) EXPECT_TRUE(CPU_EQUAL(&cpus, &masks[i])) << "mask " << i;
+        }
+    });
+}
+
+// A caller that raises its priority has its helpers raised too; one that
+// then lowers it leaves them where they are.
+TEST(FrameTeamHelpers, RunAtLeastAtTheCallersPriority) {
+    onNewThread([] {
+        const int start = getpriority(PRIO_PROCESS, 0);
+        runSlowItems();  // the helpers as they are: at most the start priority, or raised by an earlier caller
+        const int raised = start - 3;
+        if (setpriority(PRIO_PROCESS, 0, raised) != 0) GTEST_SKIP() << "raising a thread's priority is not allowed";
+        ItemThreads seen = runSlowItems();
+        ASSERT_GT(seen.byHelpers, 0);
+        for (int nice : seen.helperNice) EXPECT_LE(nice, raised);
+        ASSERT_EQ(setpriority(PRIO_PROCESS, 0, start + 2), 0);
+        seen = runSlowItems();
+        ASSERT_GT(seen.byHelpers, 0);
+        for (int nice : seen.helperNice) EXPECT_LE(nice, raised) << "a lower-priority caller lowered the helpers";
+    });
+}
+#endif
 
 }  // namespace
