@@ -117,6 +117,11 @@ struct Result {
 // this process is killed in a way its children do not notice.
 constexpr unsigned kLoadLifetimeSeconds = 3600;
 
+// Busy processes beside each case's timed frames: --load per CPU.
+int busyProcessCount(const BenchOptions& opt) {
+    return opt.loadPerCpu * int(std::max(1u, std::thread::hardware_concurrency()));
+}
+
 Result runCase(const BenchCase& bc, int w, int h, int threads, const BenchOptions& opt, const Calibration& calib) {
     Result r;
     r.engine = bc.name;
@@ -153,7 +158,7 @@ Result runCase(const BenchCase& bc, int w, int h, int threads, const BenchOption
     r.initMs = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
     if (!r.status.ok()) return r;
 
-    const int loadCount = r.loadCount = opt.loadPerCpu * int(std::max(1u, std::thread::hardware_concurrency()));
+    const int loadCount = r.loadCount = busyProcessCount(opt);
     if (loadCount > 0 && !startBusyLoad(loadCount, kLoadLifetimeSeconds))
         throw std::runtime_error("--load: could not start the busy processes");
     std::vector<double> ms;
@@ -241,7 +246,7 @@ int runBench(const BenchOptions& optIn) {
     const auto moduleCalib = kvdsr::calibpack::packContainer(kvdsr::calibpack::sampleModule(), 1547);
     const Calibration aloeCalib = aloeCalibration();
     const unsigned cpus = std::thread::hardware_concurrency();
-    const int loadProcesses = opt.loadPerCpu * int(std::max(1u, cpus));
+    const int loadProcesses = busyProcessCount(opt);
     if (!opt.json) {
         std::printf("kvdsr bench: libkvDSR %s, %u CPUs, %d timed frames a case after one warm-up frame\n",
                     libraryVersion().c_str(), cpus, opt.frames);
