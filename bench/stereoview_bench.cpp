@@ -2,17 +2,23 @@
 // the previous run paths (tests/stereoview/reference_run.h: a whole-plane
 // warp per OpenMP region, chroma split and re-interleaved, side by side
 // packed from scratch views), at 1 and 2 threads (argument), and
-// kvDSR_StereoView_Init.
+// kvDSR_StereoView_Init. With KVDSR_BASELINE_LIB=path/to/libkvDSR.so (an
+// earlier revision: bench/build_baseline.sh) the engines' runs are timed on
+// that library too, in the same process ("base" beside "new").
 //
 // Run with --benchmark_repetitions=5 --benchmark_enable_random_interleaving
 // so that both sides of each ratio see the same machine load. Not timed in
 // one loop on purpose: OpenMP's team keeps spinning after the reference's
 // regions and would take the core the frame team's helper needs.
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
 #include <omp.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <random>
+#include <functional>
 #include <vector>
 
 #include "calibpack.h"
@@ -64,14 +70,49 @@ struct ReferenceMaps {
     }
 };
 
-void initStereoView() {
-    const auto& c = container();
-    if (kvDSR_StereoView_Init(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH) != kvDSR_OK) std::abort();
+// The entry points timed, from this build or from the baseline library.
+struct Engines {
+    std::string name;
+    decltype(&kvDSR_StereoView_Init) init = kvDSR_StereoView_Init;
+    decltype(&kvDSR_StereoView_Run) run = kvDSR_StereoView_Run;
+    decltype(&kvDSR_StereoView_Run_SideBySide) runSideBySide = kvDSR_StereoView_Run_SideBySide;
+    decltype(&kvDSR_SPR_Init) sprInit = kvDSR_SPR_Init;
+    decltype(&kvDSR_SPR_Run) sprRun = kvDSR_SPR_Run;
+};
+
+// The library named by KVDSR_BASELINE_LIB, loaded beside this build.
+bool baseline(Engines& e) {
+    const char* path = std::getenv("KVDSR_BASELINE_LIB");
+    if (!path || !*path) return false;
+    void* lib = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (!lib) {
+        std::fprintf(stderr, "KVDSR_BASELINE_LIB: %s\n", dlerror());
+        std::exit(1);
+    }
+    auto get = [&](auto& fn, const char* symbol) {
+        fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(lib, symbol));
+        if (!fn) {
+            std::fprintf(stderr, "KVDSR_BASELINE_LIB: no %s\n", symbol);
+            std::exit(1);
+        }
+    };
+    e.name = "base";
+    get(e.init, "kvDSR_StereoView_Init");
+    get(e.run, "kvDSR_StereoView_Run");
+    get(e.runSideBySide, "kvDSR_StereoView_Run_SideBySide");
+    get(e.sprInit, "kvDSR_SPR_Init");
+    get(e.sprRun, "kvDSR_SPR_Run");
+    return true;
 }
 
-void initSpr() {
+void initStereoView(const Engines& e = Engines{}) {
     const auto& c = container();
-    if (kvDSR_SPR_Init(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH, kSprW, kSprH) != kvDSR_OK) std::abort();
+    if (e.init(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH) != kvDSR_OK) std::abort();
+}
+
+void initSpr(const Engines& e = Engines{}) {
+    const auto& c = container();
+    if (e.sprInit(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH, kSprW, kSprH) != kvDSR_OK) std::abort();
 }
 
 // Sets the OpenMP thread count of the calling thread for one benchmark.
@@ -84,32 +125,32 @@ private:
     const int saved_ = omp_get_max_threads();
 };
 
-void BM_StereoViewRun_F01(benchmark::State& state) {
+void BM_StereoViewRun_F01(benchmark::State& state, const Engines& e) {
     Threads threads(state);
-    initStereoView();
+    initStereoView(e);
     Pair f(kW, kH, kW, kH);
     for (auto _ : state) {
-        kvDSR_StereoView_Run(f.out2.data(), f.out1.data(), &f.d2, &f.d1, kW, kH);
+        e.run(f.out2.data(), f.out1.data(), &f.d2, &f.d1, kW, kH);
         benchmark::ClobberMemory();
     }
 }
 
-void BM_StereoViewRunSideBySide_F01(benchmark::State& state) {
+void BM_StereoViewRunSideBySide_F01(benchmark::State& state, const Engines& e) {
     Threads threads(state);
-    initStereoView();
+    initStereoView(e);
     Pair f(kW, kH, kW, kH);
     for (auto _ : state) {
-        kvDSR_StereoView_Run_SideBySide(f.sideBySide.data(), 2u * kW, kH, &f.d2, &f.d1, kW, kH);
+        e.runSideBySide(f.sideBySide.data(), 2u * kW, kH, &f.d2, &f.d1, kW, kH);
         benchmark::ClobberMemory();
     }
 }
 
-void BM_SprRun_F01(benchmark::State& state) {
+void BM_SprRun_F01(benchmark::State& state, const Engines& e) {
     Threads threads(state);
-    initSpr();
+    initSpr(e);
     Pair f(kW, kH, kSprW, kSprH);
     for (auto _ : state) {
-        kvDSR_SPR_Run(f.out2.data(), f.out1.data(), &f.d2, &f.d1, kW, kH, kSprW, kSprH);
+        e.sprRun(f.out2.data(), f.out1.data(), &f.d2, &f.d1, kW, kH, kSprW, kSprH);
         benchmark::ClobberMemory();
     }
 }
@@ -156,15 +197,39 @@ void BM_StereoViewInit(benchmark::State& state) {
     }
 }
 
-#define KVDSR_RUN_BENCH(fn) BENCHMARK(fn)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime()
-KVDSR_RUN_BENCH(BM_StereoViewRun_F01);
-KVDSR_RUN_BENCH(BM_ReferenceRun_F01);
-KVDSR_RUN_BENCH(BM_StereoViewRunSideBySide_F01);
-KVDSR_RUN_BENCH(BM_ReferenceRunSideBySide_F01);
-KVDSR_RUN_BENCH(BM_SprRun_F01);
-KVDSR_RUN_BENCH(BM_ReferenceSprRun_F01);
-BENCHMARK(BM_StereoViewInit)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+void registerAll() {
+    static std::vector<Engines> engines(1);
+    engines[0].name = "new";
+    Engines base;
+    if (baseline(base)) engines.push_back(base);
+    auto add = [](const std::string& name, auto fn, auto... args) {
+        benchmark::RegisterBenchmark(name.c_str(), fn, args...)
+            ->Arg(1)
+            ->Arg(2)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+    };
+    for (const Engines& e : engines) {
+        add("BM_StereoViewRun_F01/" + e.name, BM_StereoViewRun_F01, std::cref(e));
+        add("BM_StereoViewRunSideBySide_F01/" + e.name, BM_StereoViewRunSideBySide_F01, std::cref(e));
+        add("BM_SprRun_F01/" + e.name, BM_SprRun_F01, std::cref(e));
+    }
+    add("BM_ReferenceRun_F01", BM_ReferenceRun_F01);
+    add("BM_ReferenceRunSideBySide_F01", BM_ReferenceRunSideBySide_F01);
+    add("BM_ReferenceSprRun_F01", BM_ReferenceSprRun_F01);
+    benchmark::RegisterBenchmark("BM_StereoViewInit", BM_StereoViewInit)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime()
+        ->Iterations(5);
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    registerAll();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -77,6 +77,7 @@ void WarpPairGroups_AVX2(uint8_t* dst, const uint8_t* src, const uint32_t* offse
                          const uint16_t* rowWeight, uint32_t planeWidth, uint32_t groups) {
     const std::size_t down = 2 * std::size_t(planeWidth);
     for (uint32_t g = 0; g < groups; ++g, dst += 16, offset += 8, columnWeight += 8, rowWeight += 8) {
+        prefetchTaps(src, offset, g, groups, 2, down);
         const __m256i top = loadWords(src, offset, 0);
         const __m256i bottom = loadWords(src, offset, down);
         const __m256i wc = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(columnWeight)));
@@ -95,6 +96,7 @@ void WarpGroups_AVX2(uint8_t* dst, const uint8_t* src, const uint32_t* offset, c
                      const uint16_t* rowWeight, uint32_t srcStride, uint32_t groups) {
     const __m256i lowByte = _mm256_set1_epi32(0xFF);
     for (uint32_t g = 0; g < groups; ++g, dst += 8, offset += 8, columnWeight += 8, rowWeight += 8) {
+        prefetchTaps(src, offset, g, groups, 1, srcStride);
         const __m256i top = _mm256_cvtepu16_epi32(loadPairs(src, offset, 0));
         const __m256i bottom = _mm256_cvtepu16_epi32(loadPairs(src, offset, srcStride));
         interpolateStore(dst, _mm256_and_si256(top, lowByte), _mm256_srli_epi32(top, 8),
@@ -117,6 +119,7 @@ void WarpGroups_AVX2Gather(uint8_t* dst, const uint8_t* src, const uint32_t* off
     const int* base = reinterpret_cast<const int*>(src);
 #endif
     for (uint32_t g = 0; g < groups; ++g, dst += 8, offset += 8, columnWeight += 8, rowWeight += 8) {
+        prefetchTaps(src, offset, g, groups, 1, srcStride);
         const __m256i o = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(offset));
 #if defined(__x86_64__)
         const __m256i topIndex = _mm256_xor_si256(o, bias);

@@ -9,11 +9,29 @@
 // reference (WarpRow_C, WarpPairRow_C).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "common/cpu_dispatch.h"
 
 namespace kvdsr::remap {
+
+// The SIMD kernels ask for the source lines of the entry this many groups
+// ahead: the taps wander over several source rows at once, which the
+// hardware prefetchers do not follow, and a frame's source is fresh in
+// memory. A hint only: no byte changes.
+constexpr uint32_t kTapPrefetchGroups = 16;
+
+// Both tap rows of the entry kTapPrefetchGroups groups after `offset`, at
+// group g of a run of `groups` (nothing past the run's entries is read).
+// Entry o's top-left tap is at src + scale * o, its lower row `down` further.
+inline void prefetchTaps(const uint8_t* src, const uint32_t* offset, uint32_t g, uint32_t groups,
+                         std::size_t scale, std::size_t down) {
+    if (g + kTapPrefetchGroups >= groups) return;
+    const uint8_t* top = src + scale * std::size_t(offset[8 * kTapPrefetchGroups]);
+    __builtin_prefetch(top);
+    __builtin_prefetch(top + down);
+}
 
 // Warps 8 * groups consecutive entries of a table row.
 using WarpGroupsFn = void (*)(uint8_t* dst, const uint8_t* src, const uint32_t* offset,

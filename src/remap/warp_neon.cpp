@@ -83,6 +83,7 @@ void WarpPairGroups_NEON(uint8_t* dst, const uint8_t* src, const uint32_t* offse
                          const uint16_t* rowWeight, uint32_t planeWidth, uint32_t groups) {
     const std::size_t down = 2 * std::size_t(planeWidth);
     for (uint32_t g = 0; g < groups; ++g, dst += 16, offset += 8, columnWeight += 8, rowWeight += 8) {
+        prefetchTaps(src, offset, g, groups, 2, down);
         const uint16x8x2_t top = vuzpq_u16(loadWords(src, offset, 0), loadWords(src, offset + 4, 0));
         const uint16x8x2_t bottom = vuzpq_u16(loadWords(src, offset, down), loadWords(src, offset + 4, down));
         const uint8x16_t left = vreinterpretq_u8_u16(top.val[0]), right = vreinterpretq_u8_u16(top.val[1]);
@@ -102,6 +103,7 @@ void WarpGroups_NEON(uint8_t* dst, const uint8_t* src, const uint32_t* offset, c
                      const uint16_t* rowWeight, uint32_t srcStride, uint32_t groups) {
     const uint16x8_t lowByte = vdupq_n_u16(0xFF);
     for (uint32_t g = 0; g < groups; ++g, dst += 8, offset += 8, columnWeight += 8, rowWeight += 8) {
+        prefetchTaps(src, offset, g, groups, 1, srcStride);
         const uint16x8_t topPairs = loadPairs(src, offset, 0);
         const uint16x8_t bottomPairs = loadPairs(src, offset, srcStride);
         const uint16x8_t p00 = vandq_u16(topPairs, lowByte), p01 = vshrq_n_u16(topPairs, 8);

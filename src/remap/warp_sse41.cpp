@@ -80,6 +80,7 @@ void WarpPairGroups_SSE41(uint8_t* dst, const uint8_t* src, const uint32_t* offs
                           const uint16_t* rowWeight, uint32_t planeWidth, uint32_t groups) {
     const std::size_t down = 2 * std::size_t(planeWidth);
     for (uint32_t g = 0; g < groups; ++g, dst += 16, offset += 8, columnWeight += 8, rowWeight += 8) {
+        prefetchTaps(src, offset, g, groups, 2, down);
         const __m128i first = warpPairQuad(src, offset, columnWeight, rowWeight, down);
         const __m128i second = warpPairQuad(src, offset + 4, columnWeight + 4, rowWeight + 4, down);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_packus_epi16(first, second));
@@ -90,6 +91,7 @@ void WarpGroups_SSE41(uint8_t* dst, const uint8_t* src, const uint32_t* offset, 
                       const uint16_t* rowWeight, uint32_t srcStride, uint32_t groups) {
     const __m128i lowByte = _mm_set1_epi16(0xFF);
     for (uint32_t g = 0; g < groups; ++g, dst += 8, offset += 8, columnWeight += 8, rowWeight += 8) {
+        prefetchTaps(src, offset, g, groups, 1, srcStride);
         const __m128i topPairs = loadPairs(src, offset, 0);
         const __m128i bottomPairs = loadPairs(src, offset, srcStride);
         const __m128i p00 = _mm_and_si128(topPairs, lowByte), p01 = _mm_srli_epi16(topPairs, 8);

@@ -86,7 +86,7 @@ TEST_P(WarpVariants, MatchReferenceForEveryTailAndWidth) {
     const WarpVariant v = variants[index];
     std::mt19937 rng(1234 + index);
     for (bool wild : {false, true}) {
-        for (uint32_t groups : {0u, 1u, 2u, 5u, 11u}) {
+        for (uint32_t groups : {0u, 1u, 2u, 5u, 11u, 17u, 40u}) {
             for (uint32_t tail = 0; tail < 8; ++tail) {
                 const uint32_t width = groups * 8 + tail;
                 if (width == 0) continue;
@@ -101,18 +101,38 @@ TEST_P(WarpVariants, MatchReferenceForEveryTailAndWidth) {
     }
 }
 
-TEST_P(WarpVariants, KernelAloneWritesOnlyItsGroups) {
+// Row 0's entries [kPad, kPad + count) of p in vectors of exactly count: the
+// kernels look ahead in the table to prefetch, and an over-read faults under ASan.
+struct ExactEntries {
+    std::vector<uint32_t> offset;
+    std::vector<uint16_t> columnWeight, rowWeight;
+};
+
+ExactEntries exactEntries(const Plane& p, uint32_t count) {
+    return {{p.offset.begin() + kPad, p.offset.begin() + kPad + count},
+            {p.columnWeight.begin() + kPad, p.columnWeight.begin() + kPad + count},
+            {p.rowWeight.begin() + kPad, p.rowWeight.begin() + kPad + count}};
+}
+
+// Runs shorter and longer than the prefetch distance.
+constexpr uint32_t kKernelRuns[] = {3, kTapPrefetchGroups, kTapPrefetchGroups + 1, 40};
+
+TEST_P(WarpVariants, KernelAloneReadsAndWritesOnlyItsGroups) {
     const WarpVariant* variants;
     const int count = warpVariants(&variants);
     if (GetParam() >= count) GTEST_SKIP();
     std::mt19937 rng(99);
-    const Plane p = randomPlane(rng, 24, 1, false);
-    std::vector<uint8_t> ref(p.stride, kCanary), out(p.stride, kCanary);
-    WarpRow_C(ref.data() + kPad, p.src.data(), p.offset.data() + kPad, p.columnWeight.data() + kPad,
-              p.rowWeight.data() + kPad, kSrcWidth, 24);
-    variants[GetParam()].fn(out.data() + kPad, p.src.data(), p.offset.data() + kPad, p.columnWeight.data() + kPad,
-                            p.rowWeight.data() + kPad, kSrcWidth, 3);
-    EXPECT_EQ(out, ref);
+    for (const uint32_t groups : kKernelRuns) {
+        const uint32_t n = 8 * groups;
+        const Plane p = randomPlane(rng, n, 1, false);
+        const ExactEntries e = exactEntries(p, n);
+        std::vector<uint8_t> ref(n + 2 * kPad, kCanary), out(ref);
+        WarpRow_C(ref.data() + kPad, p.src.data(), e.offset.data(), e.columnWeight.data(), e.rowWeight.data(),
+                  kSrcWidth, n);
+        variants[GetParam()].fn(out.data() + kPad, p.src.data(), e.offset.data(), e.columnWeight.data(),
+                                e.rowWeight.data(), kSrcWidth, groups);
+        EXPECT_EQ(out, ref) << variants[GetParam()].name << " groups " << groups;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(All, WarpVariants, ::testing::Range(1, 6));
@@ -228,7 +248,7 @@ TEST_P(WarpPairVariants, MatchReferenceForEveryTailAndWidth) {
     std::mt19937 rng(4321 + index);
     const PairSource s = randomPairs(rng, 2 * kSrcWidth);
     for (bool wild : {false, true}) {
-        for (uint32_t groups : {0u, 1u, 2u, 5u, 11u}) {
+        for (uint32_t groups : {0u, 1u, 2u, 5u, 11u, 17u, 40u}) {
             for (uint32_t tail = 0; tail < 8; ++tail) {
                 const uint32_t width = groups * 8 + tail;
                 if (width == 0) continue;
@@ -242,6 +262,25 @@ TEST_P(WarpPairVariants, MatchReferenceForEveryTailAndWidth) {
                     }
             }
         }
+    }
+}
+
+TEST_P(WarpPairVariants, KernelAloneReadsAndWritesOnlyItsGroups) {
+    const WarpPairVariant* variants;
+    const int count = warpPairVariants(&variants);
+    if (GetParam() >= count) GTEST_SKIP();
+    std::mt19937 rng(98);
+    const PairSource s = randomPairs(rng, 2 * kSrcWidth);
+    for (const uint32_t groups : kKernelRuns) {
+        const uint32_t n = 8 * groups;
+        const Plane p = randomPlane(rng, n, 1, false);
+        const ExactEntries e = exactEntries(p, n);
+        std::vector<uint8_t> ref(2 * (n + 2 * kPad), kCanary), out(ref);
+        WarpPairRow_C(ref.data() + 2 * kPad, s.pairs.data(), e.offset.data(), e.columnWeight.data(),
+                      e.rowWeight.data(), kSrcWidth, n);
+        variants[GetParam()].fn(out.data() + 2 * kPad, s.pairs.data(), e.offset.data(), e.columnWeight.data(),
+                                e.rowWeight.data(), kSrcWidth, groups);
+        EXPECT_EQ(out, ref) << variants[GetParam()].name << " groups " << groups;
     }
 }
 
