@@ -297,6 +297,7 @@ void minFilterDepth(uint16_t* dst, const uint16_t* src, int w, int h, int radius
 void DepthResizer::configure(int srcW, int srcH, int dstW, int dstH, bool generalOnly) {
     configured_ = false;
     path_ = Path::None;
+    phases_ = Phases{};
     srcW_ = srcW;
     srcH_ = srcH;
     dstW_ = dstW;
@@ -329,9 +330,78 @@ void DepthResizer::configure(int srcW, int srcH, int dstW, int dstH, bool genera
                 w0_[x] = ax_.weight[ax_.offset[x]];
                 w1_[x] = two ? ax_.weight[ax_.offset[x] + 1] : 0;
             }
+            if (!generalOnly) findPhases();
         }
     }
     configured_ = true;
+}
+
+// Takes the phases of the middle source sample and keeps the longest run of
+// samples around it whose k columns all match them: the columns are checked,
+// not derived, so the phase loop computes exactly the two-tap sums.
+void DepthResizer::findPhases() {
+    phases_ = Phases{};
+    const int srcW = srcW_, dstW = dstW_;
+    if (srcW < 3 || dstW % srcW != 0) return;
+    const int k = dstW / srcW;
+    if (k < 2 || k > Phases::kMaxFactor) return;
+    Phases ph;
+    ph.factor = k;
+    const int mid = srcW / 2;
+    for (int p = 0; p < k; ++p) {
+        const int x = k * mid + p;
+        ph.d0[p] = ax_.first[x] - mid;
+        ph.d1[p] = second_[x] - mid;
+        ph.w0[p] = w0_[x];
+        ph.w1[p] = w1_[x];
+    }
+    auto matches = [&](int i) {
+        for (int p = 0; p < k; ++p) {
+            const int x = k * i + p;
+            if (ax_.first[x] != i + ph.d0[p] || second_[x] != i + ph.d1[p] || w0_[x] != ph.w0[p] ||
+                w1_[x] != ph.w1[p])
+                return false;
+        }
+        return true;
+    };
+    if (!matches(mid)) return;
+    int first = mid, last = mid + 1;
+    while (first > 0 && matches(first - 1)) --first;
+    while (last < srcW && matches(last)) ++last;
+    ph.first = first;
+    ph.last = last;
+    phases_ = ph;
+}
+
+namespace {
+
+// Samples [first, last) of a row through K phases: with K fixed the taps
+// and weights stay in registers and each source sample is loaded once.
+template <int K>
+void phaseColumns(const uint16_t* s, uint32_t* h, int first, int last, const int* d0In, const int* d1In,
+                  const uint32_t* w0In, const uint32_t* w1In) {
+    int d0[K], d1[K];
+    uint32_t w0[K], w1[K];
+    for (int p = 0; p < K; ++p) {
+        d0[p] = d0In[p];
+        d1[p] = d1In[p];
+        w0[p] = w0In[p];
+        w1[p] = w1In[p];
+    }
+    for (int i = first; i < last; ++i) {
+        uint32_t* o = h + std::size_t(K) * i;
+        for (int p = 0; p < K; ++p) o[p] = w0[p] * uint32_t(s[i + d0[p]]) + w1[p] * uint32_t(s[i + d1[p]]);
+    }
+}
+
+}  // namespace
+
+void DepthResizer::twoTapColumns(const uint16_t* s, uint32_t* h, int from, int to) const {
+    const int32_t* first = ax_.first.get();
+    const int32_t* second = second_.get();
+    const uint16_t* w0 = w0_.get();
+    const uint16_t* w1 = w1_.get();
+    for (int x = from; x < to; ++x) h[x] = w0[x] * uint32_t(s[first[x]]) + w1[x] * uint32_t(s[second[x]]);
 }
 
 void DepthResizer::horizontalRow(const uint16_t* s, int y, uint32_t* scratch) const {
@@ -351,11 +421,26 @@ void DepthResizer::horizontalRow(const uint16_t* s, int y, uint32_t* scratch) co
     }
     // The horizontal pass keeps 1/256 fractions; the rows drop both.
     if (twoTapX_) {
-        const int32_t* first = ax_.first.get();
-        const int32_t* second = second_.get();
-        const uint16_t* w0 = w0_.get();
-        const uint16_t* w1 = w1_.get();
-        for (int x = 0; x < dstW; ++x) h[x] = w0[x] * uint32_t(s[first[x]]) + w1[x] * uint32_t(s[second[x]]);
+        const Phases& ph = phases_;
+        if (ph.factor == 0) {
+            twoTapColumns(s, h, 0, dstW);
+            return;
+        }
+        twoTapColumns(s, h, 0, ph.factor * ph.first);
+        static_assert(Phases::kMaxFactor == 8, "a case below for every factor");
+        switch (ph.factor) {
+#define KVDSR_PHASE_CASE(k) \
+    case k: phaseColumns<k>(s, h, ph.first, ph.last, ph.d0, ph.d1, ph.w0, ph.w1); break;
+            KVDSR_PHASE_CASE(2)
+            KVDSR_PHASE_CASE(3)
+            KVDSR_PHASE_CASE(4)
+            KVDSR_PHASE_CASE(5)
+            KVDSR_PHASE_CASE(6)
+            KVDSR_PHASE_CASE(7)
+            KVDSR_PHASE_CASE(8)
+#undef KVDSR_PHASE_CASE
+        }
+        twoTapColumns(s, h, ph.factor * ph.last, dstW);
         return;
     }
     for (int x = 0; x < dstW; ++x) {

@@ -83,6 +83,22 @@ private:
     bool twoTapX_ = false, twoTapY_ = false;
     std::unique_ptr<int32_t[]> second_;  // two-tap horizontal pass: second tap and both weights
     std::unique_ptr<uint16_t[]> w0_, w1_;
+
+    // An enlargement by a whole factor k repeats the same k taps and weights
+    // for every source sample away from the edges. Output k*i + p, for
+    // first <= i < last, is w0[p] * s[i + d0[p]] + w1[p] * s[i + d1[p]]:
+    // the two-tap sum above with the per-column tables folded into k phases
+    // (set only where configure() found that every column agrees).
+    struct Phases {
+        static constexpr int kMaxFactor = 8;
+        int factor = 0;  // 0: none
+        int first = 0, last = 0;
+        int d0[kMaxFactor] = {}, d1[kMaxFactor] = {};
+        uint32_t w0[kMaxFactor] = {}, w1[kMaxFactor] = {};
+    };
+    Phases phases_;
+    void findPhases();
+    void twoTapColumns(const uint16_t* s, uint32_t* h, int from, int to) const;
 };
 
 // Whole-map forms, on the calling thread.

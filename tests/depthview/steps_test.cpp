@@ -291,6 +291,22 @@ INSTANTIATE_TEST_SUITE_P(Factors, FastPaths,
                                            std::make_tuple(3, 16, 12, 1023), std::make_tuple(3, 11, 7, 40),
                                            std::make_tuple(3, 5, 4, 4), std::make_tuple(2, 1, 1, 1023)));
 
+// A whole horizontal factor runs through per-phase taps found at configure
+// time; every column must still be the general resampler's. Vertical sizes
+// that are not the same factor keep the factor-2 and -3 paths out; factor 9
+// has no phase loop; widths below 3 and near the edges use the columns.
+TEST(Resize, WholeHorizontalFactorsMatchTheGeneralResampler) {
+    for (int k = 2; k <= 9; ++k)
+        for (const int w : {1, 2, 3, 4, 7, 30, 61})
+            for (const auto& [h, dh] : {std::pair{5, 7}, {9, 40}, {12, 5}}) {
+                const auto src = randomMap(w, h, 1023, uint32_t(100 * k + w + h));
+                const int dw = k * w;
+                std::vector<uint16_t> out(size_t(dw) * dh);
+                resizeDepth(out.data(), src.data(), w, h, dw, dh);
+                ASSERT_EQ(out, general(src, w, h, dw, dh)) << "factor " << k << " width " << w << " rows " << h;
+            }
+}
+
 TEST(Resize, FastPathsCopyEveryThirdSampleAndHalveAtTheEdges) {
     const auto src = randomMap(8, 6, 1023, 77);
     std::vector<uint16_t> out3(24 * 18), out2(16 * 12);
