@@ -1,14 +1,18 @@
 // Every run function at 1920x1080 NV21, timed call by call through the public
-// interface under four conditions, side by side in one run:
+// interface under five conditions, side by side in one run:
 //   idle, one thread      (omp_set_num_threads(1) for these calls only)
 //   idle, N threads       (the library's default team, as a caller gets it)
+//   idle, paced           (N threads, one call per frame interval, no load)
 //   loaded, N threads     (two busy processes per core, started and stopped
 //                          here, beside the default team), calls back to back
 //   loaded, paced         (the same load, one call per frame interval, as a
 //                          camera service calls at its preview rate)
 // Reports the median and 90th percentile of each, the idle N-thread speed-up
 // and the contention ratios: loaded median and loaded 90th percentile over
-// the idle one-thread median (bounds 2 and 3), for both loaded conditions.
+// the idle one-thread median (bounds 2 and 3), for both loaded conditions,
+// and the loaded paced times over the idle paced median. A paced call finds
+// its frame's lines gone from the caches, as a camera frame's would be; the
+// back-to-back idle baseline has them, which flatters short calls.
 //
 // The two loaded conditions differ in what the scheduler sees. Back to back,
 // the calling thread never sleeps: it is CPU-bound beside two busy loops and
@@ -22,7 +26,7 @@
 //
 // Usage: contention_bench [--calls N] [--warmup N] [--per-core K] [--fps F]
 //                         [--nice N] [--only TEXT] [--no-load] [--json]
-// --fps 0 leaves out the paced condition. --nice N gives the calling thread
+// --fps 0 leaves out the paced conditions. --nice N gives the calling thread
 // that nice value for the loaded conditions only (below 0 needs the
 // privilege), after the idle ones have started the library's helpers at 0:
 // a camera pipeline's thread of raised priority.
@@ -228,8 +232,8 @@ bool measure(const Case& c, const Options& o, int fps, Stats& out) {
 
 struct Row {
     std::string name;
-    Stats idle1, idleN, loaded, paced;
-    bool haveLoad = false, havePaced = false;
+    Stats idle1, idleN, idlePaced, loaded, paced;
+    bool haveIdlePaced = false, haveLoad = false, havePaced = false;
 };
 
 bool parse(int argc, char** argv, Options& o) {
@@ -268,10 +272,11 @@ void printTable(const std::vector<Row>& rows, int threads, int cores, const Opti
     std::printf("N = %d threads (the default team); load = %d busy processes (%d per core, %d cores); paced = %d "
                 "calls per second; calling thread under load at nice %d\n\n",
                 threads, o.perCore * cores, o.perCore, cores, o.fps, o.nice);
-    std::printf("%-38s %17s %17s %17s %17s\n", "", "idle, 1 thread", "idle, N threads", "loaded, back to back",
-                "loaded, paced");
-    std::printf("%-38s %8s %8s %8s %8s %8s %8s %8s %8s\n", "function (ms)", "median", "p90", "median", "p90", "median",
-                "p90", "median", "p90");
+    std::printf("%-38s %17s %17s %17s %17s %17s\n", "", "idle, 1 thread", "idle, N threads", "idle, paced",
+                "loaded, back to back", "loaded, paced");
+    std::printf("%-38s", "function (ms)");
+    for (int i = 0; i < 5; ++i) std::printf(" %8s %8s", "median", "p90");
+    std::printf("\n");
     auto cell = [](const Stats& s, bool have) {
         if (have)
             std::printf(" %8.2f %8.2f", s.median, s.p90);
@@ -282,13 +287,16 @@ void printTable(const std::vector<Row>& rows, int threads, int cores, const Opti
         std::printf("%-38s", r.name.c_str());
         cell(r.idle1, true);
         cell(r.idleN, true);
+        cell(r.idlePaced, r.haveIdlePaced);
         cell(r.loaded, r.haveLoad);
         cell(r.paced, r.havePaced);
         std::printf("\n");
     }
 
-    std::printf("\n%-38s %8s %19s %19s\n", "", "speed-up", "back to back / idle1", "paced / idle1");
-    std::printf("%-38s %8s %9s %9s %9s %9s\n", "function", "idle N", "median", "p90", "median", "p90");
+    std::printf("\n%-38s %8s %19s %19s %19s\n", "", "speed-up", "back to back / idle1", "paced / idle1",
+                "paced / idle paced");
+    std::printf("%-38s %8s %9s %9s %9s %9s %9s %9s\n", "function", "idle N", "median", "p90", "median", "p90", "median",
+                "p90");
     for (const Row& r : rows) {
         std::printf("%-38s %7.2fx", r.name.c_str(), r.idle1.median / r.idleN.median);
         for (const auto& [s, have] : {std::pair{r.loaded, r.haveLoad}, std::pair{r.paced, r.havePaced}}) {
@@ -299,11 +307,13 @@ void printTable(const std::vector<Row>& rows, int threads, int cores, const Opti
             printRatio(s.median / r.idle1.median, kMedianBound);
             printRatio(s.p90 / r.idle1.median, kP90Bound);
         }
+        if (r.havePaced && r.haveIdlePaced)
+            std::printf(" %9.2f %9.2f", r.paced.median / r.idlePaced.median, r.paced.p90 / r.idlePaced.median);
         std::printf("\n");
     }
     if (o.load)
-        std::printf("\n!: above the bound (loaded median <= %.0fx, loaded p90 <= %.0fx the idle 1-thread median)\n",
-                    kMedianBound, kP90Bound);
+        std::printf("\n!: above the bound (loaded median <= %.0fx, loaded p90 <= %.0fx the idle 1-thread median)%s\n",
+                    kMedianBound, kP90Bound, o.fps > 0 ? "; the last pair is over the idle paced median, unmarked" : "");
 }
 
 void printJson(const std::vector<Row>& rows, int threads, int cores, const Options& o) {
@@ -321,6 +331,10 @@ void printJson(const std::vector<Row>& rows, int threads, int cores, const Optio
         std::printf("    {\"name\": \"%s\", \"idle_1_thread\": %s, \"idle_n_threads\": %s", r.name.c_str(),
                     st(r.idle1).c_str(), st(r.idleN).c_str());
         std::printf(", \"speedup_n_threads\": %.4f", r.idle1.median / r.idleN.median);
+        if (r.haveIdlePaced) std::printf(", \"idle_paced\": %s", st(r.idlePaced).c_str());
+        if (r.haveIdlePaced && r.havePaced)
+            std::printf(", \"loaded_paced_median_over_idle_paced\": %.4f, \"loaded_paced_p90_over_idle_paced\": %.4f",
+                        r.paced.median / r.idlePaced.median, r.paced.p90 / r.idlePaced.median);
         for (const auto& [key, s, have] : {std::tuple{"loaded_n_threads", r.loaded, r.haveLoad},
                                            std::tuple{"loaded_paced", r.paced, r.havePaced}}) {
             if (!have) continue;
@@ -364,6 +378,13 @@ int main(int argc, char** argv) {
         const bool ok1 = measure(c, o, 0, r.idle1);
         omp_set_num_threads(threads);
         if (!ok1 || !measure(c, o, 0, r.idleN)) return 1;
+        // Paced without load: what sleeping between frames costs by itself
+        // (the frame's lines leave the caches meanwhile, as a new camera
+        // frame's are not in them), the baseline of the loaded paced calls.
+        if (o.fps > 0) {
+            if (!measure(c, o, o.fps, r.idlePaced)) return 1;
+            r.haveIdlePaced = true;
+        }
         if (o.load) {
             if (!kvdsrtool::startBusyLoad(o.perCore * cores, kLoadLifetime)) return 1;
             const int niceBefore = getpriority(PRIO_PROCESS, 0);  // Linux: this thread's
