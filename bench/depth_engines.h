@@ -8,7 +8,6 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
-#include <dlfcn.h>
 #include <omp.h>
 
 #include <cmath>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "calibpack.h"
+#include "baseline_lib.h"
 #include "kvDSR.h"
 
 namespace depthbench {
@@ -45,28 +45,16 @@ inline Engines thisBuild() {
 
 // The baseline named by KVDSR_BASELINE_LIB, or none.
 inline bool baseline(Engines& e) {
-    const char* path = std::getenv("KVDSR_BASELINE_LIB");
-    if (!path || !*path) return false;
-    void* lib = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (!lib) {
-        std::fprintf(stderr, "KVDSR_BASELINE_LIB: %s\n", dlerror());
-        std::exit(1);
-    }
-    auto get = [&](auto& fn, const char* symbol) {
-        fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(lib, symbol));
-        if (!fn) {
-            std::fprintf(stderr, "KVDSR_BASELINE_LIB: no %s\n", symbol);
-            std::exit(1);
-        }
-    };
+    benchbase::BaselineLib lib;
+    if (!lib.open()) return false;
     e.name = "base";
-    get(e.init, "kvDSR_Init");
-    get(e.run, "kvDSR_Run");
-    get(e.runSideBySide, "kvDSR_Run_SideBySide");
-    get(e.close, "kvDSR_Close");
-    get(e.binocularInit, "kvDSR_Binocular_Init");
-    get(e.binocularRun, "kvDSR_Binocular_Run");
-    get(e.binocularClose, "kvDSR_Binocular_Close");
+    lib.get(e.init, "kvDSR_Init");
+    lib.get(e.run, "kvDSR_Run");
+    lib.get(e.runSideBySide, "kvDSR_Run_SideBySide");
+    lib.get(e.close, "kvDSR_Close");
+    lib.get(e.binocularInit, "kvDSR_Binocular_Init");
+    lib.get(e.binocularRun, "kvDSR_Binocular_Run");
+    lib.get(e.binocularClose, "kvDSR_Binocular_Close");
     return true;
 }
 

@@ -11,7 +11,6 @@
 // one loop on purpose: OpenMP's team keeps spinning after the reference's
 // regions and would take the core the frame team's helper needs.
 #include <benchmark/benchmark.h>
-#include <dlfcn.h>
 #include <omp.h>
 
 #include <cstdio>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "calibpack.h"
+#include "baseline_lib.h"
 #include "kvDSR.h"
 #include "reference_run.h"
 #include "stereoview/stereo_params.h"
@@ -82,26 +82,14 @@ struct Engines {
 
 // The library named by KVDSR_BASELINE_LIB, loaded beside this build.
 bool baseline(Engines& e) {
-    const char* path = std::getenv("KVDSR_BASELINE_LIB");
-    if (!path || !*path) return false;
-    void* lib = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (!lib) {
-        std::fprintf(stderr, "KVDSR_BASELINE_LIB: %s\n", dlerror());
-        std::exit(1);
-    }
-    auto get = [&](auto& fn, const char* symbol) {
-        fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(lib, symbol));
-        if (!fn) {
-            std::fprintf(stderr, "KVDSR_BASELINE_LIB: no %s\n", symbol);
-            std::exit(1);
-        }
-    };
+    benchbase::BaselineLib lib;
+    if (!lib.open()) return false;
     e.name = "base";
-    get(e.init, "kvDSR_StereoView_Init");
-    get(e.run, "kvDSR_StereoView_Run");
-    get(e.runSideBySide, "kvDSR_StereoView_Run_SideBySide");
-    get(e.sprInit, "kvDSR_SPR_Init");
-    get(e.sprRun, "kvDSR_SPR_Run");
+    lib.get(e.init, "kvDSR_StereoView_Init");
+    lib.get(e.run, "kvDSR_StereoView_Run");
+    lib.get(e.runSideBySide, "kvDSR_StereoView_Run_SideBySide");
+    lib.get(e.sprInit, "kvDSR_SPR_Init");
+    lib.get(e.sprRun, "kvDSR_SPR_Run");
     return true;
 }
 
