@@ -116,11 +116,10 @@ uint32_t checkImages(const kvDSR_ImageDesc& left, const kvDSR_ImageDesc& right) 
 
 std::size_t roundUp16(std::size_t n) { return (n + 15) & ~std::size_t(15); }
 
-constexpr uint32_t kConvertRows = 16;  // rows of the depth map converted per work item
-
 // One frame, as stages of one call of the frame team. The depth pass:
-// repair the caller's map (one item: the order of its passes is part of the
-// result), convert, filter and resize horizontally row by row. Then, when
+// repair and convert the caller's map (one item: the order of the repair's
+// passes is part of the result), then filter and resize horizontally row by
+// row. Then, when
 // the images are good, the colour statistics (one item, on a sparse grid),
 // and row pairs: each matches its rows of the second image, makes its rows
 // of depth levels and renders them.
@@ -154,19 +153,17 @@ struct Frame {
         return rowScratchAt(reinterpret_cast<uint8_t*>(colMinOf(slot) + dw()), e.width);
     }
 
-    void repair() {
-        if (depth.format == kvDSR_FMT_DEPTH8)
+    // One item, on the calling thread: the repair's passes run in order,
+    // and the conversion is too short to share.
+    void repairAndConvert() {
+        const std::size_t n = area(dw(), dh());
+        if (depth.format == kvDSR_FMT_DEPTH8) {
             depthview::fillInvalidDepth8(depth.plane[0], dw(), dh(), list);
-        else
+            depthview::applyDepthTable8(temp, depth.plane[0], n, table);
+        } else {
             map16 = depthview::fillInvalidDepth16Plane(depth.plane[0], dw(), dh(), aligned, list);
-    }
-    void convert(uint32_t item) {
-        const std::size_t first = std::size_t(item) * kConvertRows * dw();
-        const std::size_t n = std::min<std::size_t>(std::size_t(kConvertRows) * dw(), area(dw(), dh()) - first);
-        if (depth.format == kvDSR_FMT_DEPTH8)
-            depthview::applyDepthTable8(temp + first, depth.plane[0] + first, n, table);
-        else
-            depthview::applyDepthTable16(temp + first, map16 + first, n, table);
+            depthview::applyDepthTable16(temp, map16, n, table);
+        }
     }
     void filterRow(int y, int slot) {
         uint16_t* levels = e.buffers.depthLevels.get();
@@ -231,8 +228,7 @@ void prepare(Frame& f) {
 void runFrame(Frame& f) {
     const Engine& e = f.e;
     const bool hasDepth = f.dw() > 0 && f.dh() > 0;
-    const uint32_t convertItems = uint32_t((std::size_t(f.dh()) + kConvertRows - 1) / kConvertRows);
-    Stages stages{hasDepth ? 1u : 0u, hasDepth ? convertItems : 0u, hasDepth ? uint32_t(f.dh()) : 0u};
+    Stages stages{hasDepth ? 1u : 0u, hasDepth ? uint32_t(f.dh()) : 0u};
     if (f.render) {
         stages.add(1);
         stages.add(uint32_t((e.height + 1) / 2));
@@ -240,10 +236,9 @@ void runFrame(Frame& f) {
     const bool useTeam = area(e.width, e.height) >= kTeamMinPixels;
     runStages(stages, useTeam, [&f](int stage, uint32_t item, int slot) {
         switch (stage) {
-            case 0: f.repair(); break;
-            case 1: f.convert(item); break;
-            case 2: f.filterRow(int(item), slot); break;
-            case 3: f.colourStatistics(); break;
+            case 0: f.repairAndConvert(); break;
+            case 1: f.filterRow(int(item), slot); break;
+            case 2: f.colourStatistics(); break;
             default: f.renderPair(item, slot); break;
         }
     });

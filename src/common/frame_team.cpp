@@ -38,6 +38,19 @@ uint64_t claimWord(uint32_t epoch, uint64_t next, uint64_t total) {
     return (uint64_t(epoch & kEpochMask) << (2 * kItemBits)) | (next << kItemBits) | total;
 }
 
+// What a thread holds: its job's epoch and item, or nothing. A thread shows
+// the item it is about to claim before claiming it, and moves on (showing
+// its next item, or nothing) only after finishing it, so an item that has
+// been claimed is finished exactly when no thread shows it.
+constexpr int kTagEpochShift = 40;
+constexpr uint64_t kHoldsNothing = ~uint64_t(0);
+
+uint64_t holdTag(uint32_t epoch, uint64_t item) { return (uint64_t(epoch & kEpochMask) << kTagEpochShift) | item; }
+
+struct alignas(64) Holding {
+    std::atomic<uint64_t> tag{kHoldsNothing};
+};
+
 // Spins are short: a helper that spins long between frames loses the
 // scheduler's credit for having slept, and a waiter that spins burns the
 // time slice the thread it waits for may need.
@@ -151,17 +164,22 @@ public:
         const uint64_t total = job.begin[job.stages];
         jobThreads_.store(threads, std::memory_order_relaxed);
         job_.store(&job, std::memory_order_relaxed);
-        done_.store(0, std::memory_order_relaxed);
+        // The calling thread takes the first item itself, often the one the
+        // rest need: it is running now, while a helper woken for the call is
+        // often preempted soon after it wakes on a busy core.
         const uint32_t epoch = epoch_.load(std::memory_order_relaxed) + 1;
-        claim_.store(claimWord(epoch, 0, total), std::memory_order_release);
+        holding_[0].tag.store(holdTag(epoch, 0));
+        claim_.store(claimWord(epoch, 1, total));
         epoch_.store(epoch);
         if (sleepers_.load() > 0) {
             std::lock_guard<std::mutex> lock(mutex_);
             wake_.notify_all();
         }
-        uint64_t item;
-        while (claim(epoch, &item)) execute(item, 0);
-        waitDone(total);
+        uint64_t item = 0;
+        do {
+            execute(epoch, item, 0);
+        } while (claim(epoch, 0, &item));
+        waitFinished(epoch, 0, total);
     }
 
 private:
@@ -222,46 +240,80 @@ private:
             if (slot >= jobThreads_.load(std::memory_order_relaxed)) continue;
             followCaller(mine, traitsSeen);
             uint64_t item;
-            while (claim(epoch, &item)) execute(item, slot);
+            while (claim(epoch, slot, &item)) execute(epoch, item, slot);
         }
     }
 
-    bool claim(uint32_t epoch, uint64_t* item) {
-        uint64_t word = claim_.load(std::memory_order_acquire);
+    // Sequentially consistent throughout: a waiter that has seen an item
+    // claimed must then see the claiming thread show it (or show a later
+    // item, which it takes only after finishing this one).
+    bool claim(uint32_t epoch, int slot, uint64_t* item) {
+        std::atomic<uint64_t>& holds = holding_[slot].tag;
+        uint64_t word = claim_.load();
         for (;;) {
-            if (uint32_t(word >> (2 * kItemBits)) != (epoch & kEpochMask)) return false;
             const uint64_t next = (word >> kItemBits) & kItemMask, total = word & kItemMask;
-            if (next >= total) return false;
-            if (claim_.compare_exchange_weak(word, word + (uint64_t(1) << kItemBits), std::memory_order_acq_rel,
-                                             std::memory_order_acquire)) {
+            if (uint32_t(word >> (2 * kItemBits)) != (epoch & kEpochMask) || next >= total) break;
+            // Whatever this thread showed before is gone: the item it
+            // finished, or one that another thread claimed first, which a
+            // waiter may have taken for unfinished.
+            holds.store(holdTag(epoch, next));
+            notifyWaiters();
+            if (claim_.compare_exchange_weak(word, word + (uint64_t(1) << kItemBits))) {
                 *item = next;
                 return true;
             }
         }
+        holds.store(kHoldsNothing);
+        notifyWaiters();
+        return false;
     }
 
-    // The job stays alive while an item of it is claimed and not done.
-    void execute(uint64_t item, int slot) {
+    // The job stays alive while an item of it is claimed and not finished.
+    void execute(uint32_t epoch, uint64_t item, int slot) {
         const detail::StagedJob& job = *job_.load(std::memory_order_relaxed);
         int stage = 0;
         while (item >= job.begin[stage + 1]) ++stage;
-        if (job.begin[stage] > 0) waitDone(job.begin[stage]);
-        job.run(job.ctx, stage, uint32_t(item - job.begin[stage]), slot);
-        done_.fetch_add(1);
+        const uint32_t local = uint32_t(item - job.begin[stage]);
+        if (stage > 0) {
+            uint64_t first = 0, end = job.begin[stage];
+            const uint64_t before = job.begin[stage] - job.begin[stage - 1];
+            if (job.needs && before > 0) {
+                const Needs n = job.needs(job.needsCtx, stage, local);
+                end = job.begin[stage - 1] + std::min<uint64_t>(n.end, before);
+                first = job.begin[stage - 1] + std::min<uint64_t>(n.first, before);
+            }
+            if (first < end) waitFinished(epoch, first, end);
+        }
+        job.run(job.ctx, stage, local, slot);
+    }
+
+    void notifyWaiters() {
         if (waiters_.load() > 0) {
             std::lock_guard<std::mutex> lock(mutex_);
             finished_.notify_all();
         }
     }
 
-    void waitDone(uint64_t target) {
+    // Whether items [first, end) of the job, every one of them claimed, have
+    // all finished: no thread shows one.
+    bool finished(uint32_t epoch, uint64_t first, uint64_t end) const {
+        const uint64_t lo = holdTag(epoch, first), hi = holdTag(epoch, end);
+        const int threads = jobThreads_.load(std::memory_order_relaxed);
+        for (int t = 0; t < threads; ++t) {
+            const uint64_t tag = holding_[t].tag.load();
+            if (tag >= lo && tag < hi) return false;
+        }
+        return true;
+    }
+
+    void waitFinished(uint32_t epoch, uint64_t first, uint64_t end) {
         for (int i = 0; i < kWaitSpins; ++i) {
-            if (done_.load(std::memory_order_acquire) >= target) return;
+            if (finished(epoch, first, end)) return;
             cpuRelax();
         }
         std::unique_lock<std::mutex> lock(mutex_);
         waiters_.fetch_add(1);
-        finished_.wait(lock, [&] { return done_.load() >= target; });
+        finished_.wait(lock, [&] { return finished(epoch, first, end); });
         waiters_.fetch_sub(1);
     }
 
@@ -269,7 +321,7 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_, finished_;
     std::atomic<uint64_t> claim_{0};
-    std::atomic<uint64_t> done_{0};
+    Holding holding_[kMaxSlots];
     std::atomic<uint32_t> epoch_{0};
     std::atomic<int> sleepers_{0}, waiters_{0};
     std::atomic<int> jobThreads_{0};

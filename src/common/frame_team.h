@@ -2,11 +2,13 @@
 // one at a time from one shared counter.
 //
 // A call's work is a short list of stages (for example: filter the depth
-// map, then synthesise rows). Items of a stage run in any order on any
-// thread; an item of stage s starts only once every item of the earlier
-// stages has finished. There is no barrier per row, plane or stage: a thread
-// that the system has descheduled holds at most the one item it claimed, the
-// others take every remaining item, and a thread that arrives late finds the
+// map, then synthesise rows). Items are claimed in order, stage by stage;
+// an item of stage s starts only once the items it needs have finished:
+// every item of the earlier stages, or, where the call says so, a range of
+// stage s - 1 (an output row needs the few map rows under it). There is no
+// barrier per row, plane or stage: a thread that the system has descheduled
+// holds at most the one item it claimed, the others take every remaining
+// item that does not need it, and a thread that arrives late finds the
 // items exhausted and leaves without touching the call's data. The calling
 // thread works too and waits only for items in flight, never for a helper
 // that has not started. That is what keeps a frame's time bounded on a phone
@@ -56,6 +58,12 @@ struct Stages {
 // scratch is sized with this before the call.
 int teamSlots();
 
+// Items [first, end) of the stage before an item's own: all it reads of the
+// call's earlier work is what they wrote and, through them, what they needed.
+struct Needs {
+    uint32_t first = 0, end = 0;
+};
+
 namespace detail {
 
 struct StagedJob {
@@ -63,25 +71,46 @@ struct StagedJob {
     int stages = 0;
     void (*run)(void* ctx, int stage, uint32_t item, int slot) = nullptr;
     void* ctx = nullptr;
+    Needs (*needs)(void* ctx, int stage, uint32_t item) = nullptr;  // null: every earlier item
+    void* needsCtx = nullptr;
 };
 
 void runJob(const StagedJob& job, bool useTeam);
 
-}  // namespace detail
-
-// Runs work(stage, item, slot) for every item of every stage. useTeam false
-// (small frames) runs everything on the calling thread, in order; the
-// results are the same either way.
 template <class Work>
-void runStages(const Stages& stages, bool useTeam, Work&& work) {
-    using W = std::remove_reference_t<Work>;
-    detail::StagedJob job;
+StagedJob stagedJob(const Stages& stages, Work& work) {
+    StagedJob job;
     job.stages = stages.size;
     for (int s = 0; s < stages.size; ++s) job.begin[s + 1] = job.begin[s] + stages.count[s];
-    if (job.begin[stages.size] == 0) return;
-    job.run = [](void* ctx, int stage, uint32_t item, int slot) { (*static_cast<W*>(ctx))(stage, item, slot); };
+    job.run = [](void* ctx, int stage, uint32_t item, int slot) { (*static_cast<Work*>(ctx))(stage, item, slot); };
     job.ctx = const_cast<void*>(static_cast<const void*>(&work));
-    detail::runJob(job, useTeam);
+    return job;
+}
+
+}  // namespace detail
+
+// Runs work(stage, item, slot) for every item of every stage, each item once
+// every earlier item has finished. useTeam false (small frames) runs
+// everything on the calling thread, in order; the results are the same
+// either way.
+template <class Work>
+void runStages(const Stages& stages, bool useTeam, Work&& work) {
+    const detail::StagedJob job = detail::stagedJob(stages, work);
+    if (job.begin[job.stages] > 0) detail::runJob(job, useTeam);
+}
+
+// The same, where an item of stage s > 0 waits only for needs(s, item): a
+// range of stage s - 1, clipped to that stage (an empty stage s - 1 means
+// every earlier item). needs runs on the item's thread just before the
+// wait; it may narrow the range on what finished items have recorded
+// (atomically), as long as the range covers everything the item reads.
+template <class Work, class NeedsOf>
+void runStages(const Stages& stages, bool useTeam, Work&& work, NeedsOf&& needs) {
+    using N = std::remove_reference_t<NeedsOf>;
+    detail::StagedJob job = detail::stagedJob(stages, work);
+    job.needs = [](void* ctx, int stage, uint32_t item) -> Needs { return (*static_cast<N*>(ctx))(stage, item); };
+    job.needsCtx = const_cast<void*>(static_cast<const void*>(&needs));
+    if (job.begin[job.stages] > 0) detail::runJob(job, useTeam);
 }
 
 // One stage: work(item, slot).

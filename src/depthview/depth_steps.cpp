@@ -502,6 +502,29 @@ void DepthResizer::row(int y, const uint32_t* scratch, uint16_t* d) const {
     }
 }
 
+DepthResizer::Rows DepthResizer::rowsRead(int y) const {
+    switch (path_) {
+        case Path::None:
+        case Path::Zero: return {};
+        case Path::Factor2: {
+            const int nearRow = y >> 1;
+            if (y & 1) return {nearRow, std::min(nearRow + 1, srcH_ - 1) + 1};
+            return {std::max(nearRow - 1, 0), nearRow + 1};
+        }
+        case Path::Factor3: {
+            const int i = y / 3;
+            switch (y - 3 * i) {
+                case 1: return {i, i + 1};
+                case 2: return {i, std::min(i + 1, srcH_ - 1) + 1};
+                default: return {std::max(i - 1, 0), i + 1};
+            }
+        }
+        case Path::General: break;
+    }
+    const int first = ay_.first[y];
+    return {first, first + int(ay_.offset[y + 1] - ay_.offset[y])};
+}
+
 uint16_t DepthResizer::at(int y, int x, const uint32_t* scratch) const {
     // The same arithmetic as row(), for one column of scratch rows.
     const size_t dstW = size_t(dstW_);

@@ -71,6 +71,11 @@ public:
     void horizontalRow(const uint16_t* srcRow, int y, uint32_t* scratch) const;
     // Output row y (dstW values) from the scratch rows it needs.
     void row(int y, const uint32_t* scratch, uint16_t* out) const;
+    // The scratch rows [first, end) that row(y) and at(y, ...) read.
+    struct Rows {
+        int first = 0, end = 0;
+    };
+    Rows rowsRead(int y) const;
     // One output value.
     uint16_t at(int y, int x, const uint32_t* scratch) const;
 

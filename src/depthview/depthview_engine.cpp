@@ -3,6 +3,7 @@
 #include "depthview/depthview_engine.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -45,7 +46,6 @@ struct DepthViewState {
     GrowBuffer depthAligned;   // 16-bit map given at an odd address
     GrowBuffer invalidList;    // pixels the hole filling repairs
     GrowBuffer resizeScratch;  // horizontal pass of the resize
-    GrowBuffer rowExtremes;    // minimum and maximum of each filtered row
     GrowBuffer slots;          // per-thread rows
     GrowBuffer zeroRow;        // the source of an image the 4:4:4 conversion refuses
 };
@@ -141,13 +141,17 @@ uint32_t flatCode(const kvDSR_ImageDesc& image) {
 
 size_t roundUp16(size_t n) { return (n + 15) & ~size_t(15); }
 
-constexpr uint32_t kConvertRows = 16;  // rows of the depth map converted per work item
-
 // One frame of Run or Run_SideBySide: its stages, in one call of the frame
-// team, and what they share. The depth map is repaired (one item: the order
-// of its passes is part of the result), converted, filtered and resized
-// horizontally row by row; each output row then makes its own row of depth
-// levels and synthesises, or copies the input when the filtered map is flat.
+// team, and what they share. The depth map is repaired and converted (one
+// item: the order of the repair's passes is part of the result), then
+// filtered and resized horizontally row by row; each output row then makes
+// its own row of depth levels and synthesises, or copies the input when the
+// filtered map is flat.
+//
+// Flat is a property of the whole filtered map, but the first two filtered
+// values that differ settle it: from then on an output row needs only the
+// few filtered rows under it, so a thread descheduled while holding one map
+// row holds up only the output rows over that row.
 struct Frame {
     DepthViewState& s;
     const kvDSR_ImageDesc& depth;
@@ -157,11 +161,12 @@ struct Frame {
     uint32_t* list = nullptr;
     uint16_t* aligned = nullptr;
     uint16_t* temp = nullptr;
-    uint16_t* extremes = nullptr;  // 2 per filtered row
+    // Minimum (high half) and maximum (low half) of the filtered rows so
+    // far; the minimum is above the maximum until a row has finished.
+    std::atomic<uint32_t> range{0xFFFF0000u};
     uint32_t* hScratch = nullptr;
     uint8_t* slots = nullptr;
     size_t slotBytes = 0;
-    bool flat = false;
 
     // Output, when rendered.
     bool render = false;
@@ -178,19 +183,17 @@ struct Frame {
         return reinterpret_cast<uint8_t*>(colMinOf(slot) + size_t(dw));
     }
 
-    void repair() {
-        if (depth.format == kvDSR_FMT_DEPTH8)
+    // One item, on the calling thread: the repair's passes run in order,
+    // and the conversion is too short to share.
+    void repairAndConvert() {
+        const size_t n = size_t(dw) * dh;
+        if (depth.format == kvDSR_FMT_DEPTH8) {
             fillInvalidDepth8(depth.plane[0], dw, dh, list);
-        else
+            applyDepthTable8(temp, depth.plane[0], n, table);
+        } else {
             map16 = fillInvalidDepth16Plane(depth.plane[0], dw, dh, aligned, list);
-    }
-    void convert(uint32_t item) {
-        const size_t first = size_t(item) * kConvertRows * dw;
-        const size_t n = std::min<size_t>(size_t(kConvertRows) * dw, size_t(dw) * dh - first);
-        if (depth.format == kvDSR_FMT_DEPTH8)
-            applyDepthTable8(temp + first, depth.plane[0] + first, n, table);
-        else
-            applyDepthTable16(temp + first, map16 + first, n, table);
+            applyDepthTable16(temp, map16, n, table);
+        }
     }
     void filterRow(int y, int slot) {
         uint16_t* depthBuffer = s.depthBuffer.get();
@@ -201,20 +204,35 @@ struct Frame {
             lo = std::min(lo, row[x]);
             hi = std::max(hi, row[x]);
         }
-        extremes[2 * y] = lo;
-        extremes[2 * y + 1] = hi;
         s.resizer.horizontalRow(row, y, hScratch);
-    }
-    bool depthIsFlat() const {
-        uint16_t lo = 65535, hi = 0;
-        for (int y = 0; y < dh; ++y) {
-            lo = std::min(lo, extremes[2 * y]);
-            hi = std::max(hi, extremes[2 * y + 1]);
+        uint32_t r = range.load();
+        auto widened = [&] { return std::min<uint32_t>(r >> 16, lo) << 16 | std::max<uint32_t>(r & 0xFFFF, hi); };
+        while (!range.compare_exchange_weak(r, widened())) {
         }
-        return dw > 0 && dh > 0 && lo == hi;
+    }
+    // Settled as soon as two filtered values differ; otherwise only once
+    // every row has finished.
+    bool knownNotFlat() const {
+        const uint32_t r = range.load();
+        return (r >> 16) < (r & 0xFFFF);
+    }
+    // Once every row has finished.
+    bool depthIsFlat() const {
+        const uint32_t r = range.load();
+        return dw > 0 && dh > 0 && (r >> 16) == (r & 0xFFFF);
+    }
+    // Map rows are filtered bottom up while output rows go top down: a
+    // helper woken for the frame, often preempted soon after, then holds a
+    // row that only the last output rows need.
+    int filterRowOf(uint32_t item) const { return dh - 1 - int(item); }
+    // The filter items output row y waits for.
+    Needs outputNeeds(int y) const {
+        if (!knownNotFlat()) return {0, uint32_t(dh)};
+        const DepthResizer::Rows r = s.resizer.rowsRead(y);
+        return {uint32_t(dh - r.end), uint32_t(dh - r.first)};
     }
     void outputRow(int y, int slot) {
-        if (flat) {
+        if (!knownNotFlat() && depthIsFlat()) {
             for (size_t r = size_t(y); r < copy.rows(); r += s.height) copy.row(r);
             return;
         }
@@ -243,7 +261,6 @@ void prepare(Frame& f, bool sideBySide) {
     }
     f.list = bufferOf<uint32_t>(s.invalidList, n);
     f.temp = bufferOf<uint16_t>(s.depthTemp, n);
-    f.extremes = bufferOf<uint16_t>(s.rowExtremes, 2 * size_t(f.dh));
     if (!s.resizer.configuredFor(f.dw, f.dh, int(s.width), int(s.height)))
         s.resizer.configure(f.dw, f.dh, int(s.width), int(s.height));
     f.hScratch = bufferOf<uint32_t>(s.resizeScratch, s.resizer.scratchSize());
@@ -255,22 +272,20 @@ void prepare(Frame& f, bool sideBySide) {
 // Runs the frame's stages; the output stage only when f.render is set.
 void runFrame(Frame& f) {
     const DepthViewState& s = f.s;
-    const uint32_t convertItems = uint32_t((size_t(f.dh) + kConvertRows - 1) / kConvertRows);
-    Stages stages{1, f.dw > 0 ? convertItems : 0u, uint32_t(f.dh)};
-    if (f.render) {
-        stages.add(1);
-        stages.add(s.height);
-    }
+    Stages stages{1, uint32_t(f.dh)};
+    if (f.render) stages.add(s.height);
     const bool useTeam = size_t(s.width) * s.height >= kTeamMinPixels;
-    runStages(stages, useTeam, [&f](int stage, uint32_t item, int slot) {
+    auto work = [&f](int stage, uint32_t item, int slot) {
         switch (stage) {
-            case 0: f.repair(); break;
-            case 1: f.convert(item); break;
-            case 2: f.filterRow(int(item), slot); break;
-            case 3: f.flat = f.depthIsFlat(); break;
+            case 0: f.repairAndConvert(); break;
+            case 1: f.filterRow(f.filterRowOf(item), slot); break;
             default: f.outputRow(int(item), slot); break;
         }
-    });
+    };
+    auto needs = [&f](int stage, uint32_t item) -> Needs {
+        return stage == 1 ? Needs{0, 1} : f.outputNeeds(int(item));
+    };
+    runStages(stages, useTeam, work, needs);
 }
 
 // Run and Run_SideBySide: out is width (side by side 2 * width) pixels wide.
@@ -422,7 +437,6 @@ uint32_t close() {
     s.depthAligned.release();
     s.invalidList.release();
     s.resizeScratch.release();
-    s.rowExtremes.release();
     s.slots.release();
     s.zeroRow.release();
     s.initialised = false;

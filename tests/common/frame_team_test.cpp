@@ -1,5 +1,6 @@
-// The call-wide team: every item once, stages in order, slots unique among
-// running threads, any team size, and a late helper never sees an old call.
+// The call-wide team: every item once, stages in order, an item waiting only
+// for what it needs, slots unique among running threads, any team size, and
+// a late helper never sees an old call.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -8,6 +9,7 @@
 #include <sys/resource.h>
 #endif
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -92,6 +94,47 @@ TEST_P(FrameTeam, EmptyStagesAndSingleItems) {
     int calls = 0;
     kvdsr::runItems(0, true, [&](uint32_t, int) { ++calls; });
     EXPECT_EQ(calls, 0);
+}
+
+// Stage 1's item i needs stage 0's item i alone, stage 2's item i stage
+// 1's items i-1..i+1. Stage 0's last item holds on until a stage 1 item has
+// run: with a wait for the whole stage before it, nothing would. Every item
+// must still see what its needs wrote.
+TEST_P(FrameTeam, ItemsWaitOnlyForWhatTheyNeed) {
+    constexpr uint32_t kItems = 48;
+    const bool team = GetParam() > 1;  // one thread runs items in order
+    for (int call = 0; call < 20; ++call) {
+        std::vector<uint32_t> a(kItems, 0), b(kItems, 0);
+        std::atomic<bool> laterRan{false};
+        std::atomic<int> stuck{0}, unseen{0}, ran{0};
+        kvdsr::runStages(
+            kvdsr::Stages{kItems, kItems, kItems}, true,
+            [&](int stage, uint32_t item, int) {
+                ran++;
+                if (stage == 0) {
+                    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+                    while (team && item == kItems - 1 && !laterRan.load())
+                        if (std::chrono::steady_clock::now() > deadline) {
+                            stuck++;
+                            break;
+                        }
+                    a[item] = item + 1;
+                } else if (stage == 1) {
+                    laterRan = true;
+                    if (a[item] != item + 1) unseen++;
+                    b[item] = a[item] * 2;
+                } else {
+                    for (uint32_t j = item ? item - 1 : 0; j <= std::min(item + 1, kItems - 1); ++j)
+                        if (b[j] != 2 * (j + 1)) unseen++;
+                }
+            },
+            [](int stage, uint32_t item) {
+                return stage == 1 ? kvdsr::Needs{item, item + 1} : kvdsr::Needs{item ? item - 1 : 0, item + 2};
+            });
+        ASSERT_EQ(stuck.load(), 0) << "call " << call;
+        ASSERT_EQ(unseen.load(), 0) << "call " << call;
+        ASSERT_EQ(ran.load(), int(3 * kItems));
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, FrameTeam, ::testing::Values(1, 2, 3, 8));

@@ -326,7 +326,9 @@ TEST(Resize, EmptySourceGivesZeros) {
 
 // One value at a time (the colour-match column) as the rows give it, on
 // every path: factors 2 and 3, general enlargement and shrinking, empty.
-TEST(Resize, SingleValuesMatchTheRows) {
+// Each output row, whole or one value, reads no scratch row outside the
+// ones rowsRead names: frames wait for those rows alone.
+TEST(Resize, SingleValuesAndRowsReadMatchTheRows) {
     for (auto [sw, sh, dw, dh] : {std::tuple{16, 12, 32, 24}, {16, 12, 48, 36}, {7, 5, 23, 17}, {30, 20, 11, 7},
                                   {0, 4, 8, 8}}) {
         const auto src = randomMap(std::max(sw, 1), sh, 1023, uint32_t(sw + dw));
@@ -338,6 +340,21 @@ TEST(Resize, SingleValuesMatchTheRows) {
         for (int y = 0; sw > 0 && y < sh; ++y) r.horizontalRow(src.data() + size_t(y) * sw, y, scratch.data());
         for (int y = 0; y < dh; ++y)
             for (int x = 0; x < dw; ++x) ASSERT_EQ(r.at(y, x, scratch.data()), whole[size_t(y) * dw + x]) << x << "," << y;
+
+        std::vector<uint16_t> row(static_cast<size_t>(dw));
+        for (int y = 0; y < dh; ++y) {
+            const DepthResizer::Rows read = r.rowsRead(y);
+            ASSERT_LE(0, read.first);
+            ASSERT_LE(read.first, read.end);
+            ASSERT_LE(read.end, sh);
+            std::vector<uint32_t> poisoned = scratch;
+            for (int sy = 0; sy < sh; ++sy)
+                if (sy < read.first || sy >= read.end)
+                    for (int x = 0; x < dw; ++x) poisoned[size_t(sy) * dw + x] = 0x7FFFu + uint32_t(sy * 131 + x);
+            r.row(y, poisoned.data(), row.data());
+            ASSERT_TRUE(std::equal(row.begin(), row.end(), whole.begin() + size_t(y) * dw)) << "row " << y;
+            for (int x = 0; x < dw; ++x) ASSERT_EQ(r.at(y, x, poisoned.data()), row[size_t(x)]) << x << "," << y;
+        }
     }
 }
 
