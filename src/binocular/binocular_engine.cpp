@@ -129,7 +129,6 @@ struct Frame {
     uint16_t table[1024];
     uint32_t* list = nullptr;
     uint16_t* aligned = nullptr;
-    const uint16_t* map16 = nullptr;  // repaired 16-bit map, aligned
     uint16_t* temp = nullptr;
     uint32_t* hScratch = nullptr;
     uint16_t* offsetLevels = nullptr;
@@ -155,15 +154,9 @@ struct Frame {
 
     // One item, on the calling thread: the repair's passes run in order,
     // and the conversion is too short to share.
-    void repairAndConvert() {
-        const std::size_t n = area(dw(), dh());
-        if (depth.format == kvDSR_FMT_DEPTH8) {
-            depthview::fillInvalidDepth8(depth.plane[0], dw(), dh(), list);
-            depthview::applyDepthTable8(temp, depth.plane[0], n, table);
-        } else {
-            map16 = depthview::fillInvalidDepth16Plane(depth.plane[0], dw(), dh(), aligned, list);
-            depthview::applyDepthTable16(temp, map16, n, table);
-        }
+    void prepareMap() {
+        const auto bits = depth.format == kvDSR_FMT_DEPTH8 ? depthview::MapBits::Eight : depthview::MapBits::Sixteen;
+        depthview::repairAndConvert(temp, depth.plane[0], bits, dw(), dh(), aligned, list, table);
     }
     void filterRow(int y, int slot) {
         uint16_t* levels = e.buffers.depthLevels.get();
@@ -236,7 +229,7 @@ void runFrame(Frame& f) {
     const bool useTeam = area(e.width, e.height) >= kTeamMinPixels;
     runStages(stages, useTeam, [&f](int stage, uint32_t item, int slot) {
         switch (stage) {
-            case 0: f.repairAndConvert(); break;
+            case 0: f.prepareMap(); break;
             case 1: f.filterRow(int(item), slot); break;
             case 2: f.colourStatistics(); break;
             default: f.renderPair(item, slot); break;

@@ -209,6 +209,17 @@ void fillInvalidDepth16(uint16_t* map, int w, int h, uint32_t* list) { fillInval
 void fillInvalidDepth8(uint8_t* map, int w, int h) { fillInvalidAllocating<uint8_t>(map, w, h, 255); }
 void fillInvalidDepth16(uint16_t* map, int w, int h) { fillInvalidAllocating<uint16_t>(map, w, h, 1023); }
 
+void repairAndConvert(uint16_t* levels, uint8_t* plane, MapBits bits, int w, int h, uint16_t* aligned,
+                      uint32_t* list, const uint16_t table[1024]) {
+    const size_t n = size_t(std::max(w, 0)) * size_t(std::max(h, 0));
+    if (bits == MapBits::Eight) {
+        fillInvalidDepth8(plane, w, h, list);
+        applyDepthTable8(levels, plane, n, table);
+    } else {
+        applyDepthTable16(levels, fillInvalidDepth16Plane(plane, w, h, aligned, list), n, table);
+    }
+}
+
 const uint16_t* fillInvalidDepth16Plane(uint8_t* plane, int w, int h, uint16_t* aligned, uint32_t* list) {
     if (isAligned16(plane)) {
         auto* map = reinterpret_cast<uint16_t*>(plane);

@@ -33,6 +33,13 @@ void depthTable16(uint16_t table[1024], int fractionDivisor, uint16_t maxDepth, 
 void applyDepthTable8(uint16_t* dst, const uint8_t* src, std::size_t n, const uint16_t table[256]);
 void applyDepthTable16(uint16_t* dst, const uint16_t* src, std::size_t n, const uint16_t table[1024]);
 
+// A frame's first step, one item: the caller's map repaired in place (a
+// 16-bit one at an odd address through `aligned`, as fillInvalidDepth16Plane),
+// then converted into `levels` (w * h) through the frame's table.
+enum class MapBits { Eight, Sixteen };
+void repairAndConvert(uint16_t* levels, uint8_t* plane, MapBits bits, int w, int h, uint16_t* aligned,
+                      uint32_t* list, const uint16_t table[1024]);
+
 // Disparity to depth levels 0..maxDepth through a per-value table.
 void disparity8ToDepth(uint16_t* dst, const uint8_t* src, int w, int h, uint8_t scale, uint16_t maxDepth,
                        uint8_t invalid, float focalPx, double baseline);

@@ -157,7 +157,6 @@ struct Frame {
     const kvDSR_ImageDesc& depth;
     int dw, dh, radius;
     uint16_t table[1024];
-    const uint16_t* map16 = nullptr;  // repaired 16-bit map, aligned
     uint32_t* list = nullptr;
     uint16_t* aligned = nullptr;
     uint16_t* temp = nullptr;
@@ -185,15 +184,9 @@ struct Frame {
 
     // One item, on the calling thread: the repair's passes run in order,
     // and the conversion is too short to share.
-    void repairAndConvert() {
-        const size_t n = size_t(dw) * dh;
-        if (depth.format == kvDSR_FMT_DEPTH8) {
-            fillInvalidDepth8(depth.plane[0], dw, dh, list);
-            applyDepthTable8(temp, depth.plane[0], n, table);
-        } else {
-            map16 = fillInvalidDepth16Plane(depth.plane[0], dw, dh, aligned, list);
-            applyDepthTable16(temp, map16, n, table);
-        }
+    void prepareMap() {
+        const MapBits bits = depth.format == kvDSR_FMT_DEPTH8 ? MapBits::Eight : MapBits::Sixteen;
+        repairAndConvert(temp, depth.plane[0], bits, dw, dh, aligned, list, table);
     }
     void filterRow(int y, int slot) {
         uint16_t* depthBuffer = s.depthBuffer.get();
@@ -277,7 +270,7 @@ void runFrame(Frame& f) {
     const bool useTeam = size_t(s.width) * s.height >= kTeamMinPixels;
     auto work = [&f](int stage, uint32_t item, int slot) {
         switch (stage) {
-            case 0: f.repairAndConvert(); break;
+            case 0: f.prepareMap(); break;
             case 1: f.filterRow(f.filterRowOf(item), slot); break;
             default: f.outputRow(int(item), slot); break;
         }
