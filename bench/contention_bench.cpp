@@ -24,8 +24,15 @@
 // calls and load phases are what is measured. The busy processes each live
 // at most kLoadLifetime seconds and die with this process (Linux).
 //
+// After each call comes a yardstick row (bench/ideal_call.h): items with no
+// data and no order, as long in all as the call at one thread, on the same
+// frame team, under the same conditions. It shows what the scheduler leaves
+// of a call of that length, so a ratio over a bound can be read as ours or
+// the machine's. --no-ideal leaves it out.
+//
 // Usage: contention_bench [--calls N] [--warmup N] [--per-core K] [--fps F]
 //                         [--nice N] [--only TEXT] [--no-load] [--json]
+//                         [--no-ideal]
 // --fps 0 leaves out the paced conditions. --nice N gives the calling thread
 // that nice value for the loaded conditions only (below 0 needs the
 // privilege), after the idle ones have started the library's helpers at 0:
@@ -49,6 +56,7 @@
 #include <vector>
 
 #include "busy_load.h"
+#include "ideal_call.h"
 #include "calibpack.h"
 #include "kvDSR.h"
 
@@ -203,6 +211,7 @@ struct Options {
     int nice = 0;  // the calling thread's, under load
     bool load = true;
     bool json = false;
+    bool ideal = true;  // a yardstick row after each call
     std::string only;
 };
 
@@ -234,6 +243,9 @@ struct Row {
     std::string name;
     Stats idle1, idleN, idlePaced, loaded, paced;
     bool haveIdlePaced = false, haveLoad = false, havePaced = false;
+    bool yardstick = false;  // the no-data call as long as the call `name`
+
+    std::string label() const { return yardstick ? "  no data, same length" : name; }
 };
 
 bool parse(int argc, char** argv, Options& o) {
@@ -257,6 +269,7 @@ bool parse(int argc, char** argv, Options& o) {
         else if (a == "--only" && i + 1 < argc) o.only = argv[++i];
         else if (a == "--no-load") o.load = false;
         else if (a == "--json") o.json = true;
+        else if (a == "--no-ideal") o.ideal = false;
         else ok = false;
         if (!ok) return false;
     }
@@ -284,7 +297,7 @@ void printTable(const std::vector<Row>& rows, int threads, int cores, const Opti
             std::printf(" %8s %8s", "-", "-");
     };
     for (const Row& r : rows) {
-        std::printf("%-38s", r.name.c_str());
+        std::printf("%-38s", r.label().c_str());
         cell(r.idle1, true);
         cell(r.idleN, true);
         cell(r.idlePaced, r.haveIdlePaced);
@@ -298,7 +311,7 @@ void printTable(const std::vector<Row>& rows, int threads, int cores, const Opti
     std::printf("%-38s %8s %9s %9s %9s %9s %9s %9s\n", "function", "idle N", "median", "p90", "median", "p90", "median",
                 "p90");
     for (const Row& r : rows) {
-        std::printf("%-38s %7.2fx", r.name.c_str(), r.idle1.median / r.idleN.median);
+        std::printf("%-38s %7.2fx", r.label().c_str(), r.idle1.median / r.idleN.median);
         for (const auto& [s, have] : {std::pair{r.loaded, r.haveLoad}, std::pair{r.paced, r.havePaced}}) {
             if (!have) {
                 std::printf(" %9s %9s", "-", "-");
@@ -328,8 +341,8 @@ void printJson(const std::vector<Row>& rows, int threads, int cores, const Optio
                 threads, cores, o.load ? o.perCore * cores : 0, o.fps, o.nice);
     for (size_t i = 0; i < rows.size(); ++i) {
         const Row& r = rows[i];
-        std::printf("    {\"name\": \"%s\", \"idle_1_thread\": %s, \"idle_n_threads\": %s", r.name.c_str(),
-                    st(r.idle1).c_str(), st(r.idleN).c_str());
+        std::printf("    {\"name\": \"%s\", \"yardstick\": %s, \"idle_1_thread\": %s, \"idle_n_threads\": %s",
+                    r.name.c_str(), r.yardstick ? "true" : "false", st(r.idle1).c_str(), st(r.idleN).c_str());
         std::printf(", \"speedup_n_threads\": %.4f", r.idle1.median / r.idleN.median);
         if (r.haveIdlePaced) std::printf(", \"idle_paced\": %s", st(r.idlePaced).c_str());
         if (r.haveIdlePaced && r.havePaced)
@@ -346,6 +359,43 @@ void printJson(const std::vector<Row>& rows, int threads, int cores, const Optio
     std::printf("  ]\n}\n");
 }
 
+// Measures one case under every condition the options ask for.
+bool measureRow(const Case& c, const Options& o, int threads, int cores, Row& r) {
+    r = Row{};
+    r.name = c.name;
+    omp_set_num_threads(1);
+    const bool ok1 = measure(c, o, 0, r.idle1);
+    omp_set_num_threads(threads);
+    if (!ok1 || !measure(c, o, 0, r.idleN)) return false;
+    // Paced without load: what sleeping between frames costs by itself
+    // (the frame's lines leave the caches meanwhile, as a new camera
+    // frame's are not in them), the baseline of the loaded paced calls.
+    if (o.fps > 0) {
+        if (!measure(c, o, o.fps, r.idlePaced)) return false;
+        r.haveIdlePaced = true;
+    }
+    if (!o.load) return true;
+    if (!kvdsrtool::startBusyLoad(o.perCore * cores, kLoadLifetime)) return false;
+    const int niceBefore = getpriority(PRIO_PROCESS, 0);  // Linux: this thread's
+    if (o.nice != niceBefore && setpriority(PRIO_PROCESS, 0, o.nice) != 0) {
+        std::perror("contention_bench: --nice");
+        kvdsrtool::stopBusyLoad();
+        return false;
+    }
+    bool ok = measure(c, o, 0, r.loaded);
+    if (ok && o.fps > 0) ok = r.havePaced = measure(c, o, o.fps, r.paced);
+    setpriority(PRIO_PROCESS, 0, niceBefore);
+    const bool alive = kvdsrtool::busyLoadAlive();
+    kvdsrtool::stopBusyLoad();
+    if (!ok) return false;
+    if (!alive) {
+        std::fprintf(stderr, "contention_bench: a busy process ended early during %s\n", c.name.c_str());
+        return false;
+    }
+    r.haveLoad = true;
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -353,7 +403,7 @@ int main(int argc, char** argv) {
     if (!parse(argc, argv, o)) {
         std::fprintf(stderr,
                      "usage: %s [--calls N] [--warmup N] [--per-core K] [--fps F] [--nice N] [--only TEXT] [--no-load] "
-                     "[--json]\n",
+                     "[--json] [--no-ideal]\n",
                      argv[0]);
         return 2;
     }
@@ -366,6 +416,7 @@ int main(int argc, char** argv) {
 
     Inputs in;
     std::vector<Row> rows;
+    benchideal::IdealCall ideal;
     for (const Case& c : cases(in)) {
         if (!o.only.empty() && c.name.find(o.only) == std::string::npos) continue;
         if (const uint32_t rc = c.init()) {
@@ -373,39 +424,20 @@ int main(int argc, char** argv) {
             return 1;
         }
         Row r;
-        r.name = c.name;
-        omp_set_num_threads(1);
-        const bool ok1 = measure(c, o, 0, r.idle1);
-        omp_set_num_threads(threads);
-        if (!ok1 || !measure(c, o, 0, r.idleN)) return 1;
-        // Paced without load: what sleeping between frames costs by itself
-        // (the frame's lines leave the caches meanwhile, as a new camera
-        // frame's are not in them), the baseline of the loaded paced calls.
-        if (o.fps > 0) {
-            if (!measure(c, o, o.fps, r.idlePaced)) return 1;
-            r.haveIdlePaced = true;
-        }
-        if (o.load) {
-            if (!kvdsrtool::startBusyLoad(o.perCore * cores, kLoadLifetime)) return 1;
-            const int niceBefore = getpriority(PRIO_PROCESS, 0);  // Linux: this thread's
-            if (o.nice != niceBefore && setpriority(PRIO_PROCESS, 0, o.nice) != 0) {
-                std::perror("contention_bench: --nice");
-                return 1;
-            }
-            bool ok = measure(c, o, 0, r.loaded);
-            if (ok && o.fps > 0) ok = r.havePaced = measure(c, o, o.fps, r.paced);
-            setpriority(PRIO_PROCESS, 0, niceBefore);
-            const bool alive = kvdsrtool::busyLoadAlive();
-            kvdsrtool::stopBusyLoad();
-            if (!ok) return 1;
-            if (!alive) {
-                std::fprintf(stderr, "contention_bench: a busy process ended early during %s\n", c.name.c_str());
-                return 1;
-            }
-            r.haveLoad = true;
-        }
+        if (!measureRow(c, o, threads, cores, r)) return 1;
         rows.push_back(r);
         if (!o.json) std::fprintf(stderr, "%s done\n", c.name.c_str());
+        if (o.ideal) {
+            ideal.calibrate(r.idle1.median);
+            const Case same{c.name, [] { return 0u; }, [] {},
+                            [&ideal] {
+                                ideal.run();
+                                return 0u;
+                            }};
+            if (!measureRow(same, o, threads, cores, r)) return 1;
+            r.yardstick = true;
+            rows.push_back(r);
+        }
     }
     kvDSR_Close();
     kvDSR_Binocular_Close();
