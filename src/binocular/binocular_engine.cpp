@@ -283,6 +283,7 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     e.depthWidth = depthWidth;
     e.depthHeight = depthHeight;
     e.initialised = true;
+    prepareTeam();  // the first frame should not wait for new threads
     return kvDSR_OK;
 }
 

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "common/frame_team.h"
+
 namespace kvdsr::binocular {
 
 void inverseDepthTable(double inv[kLevels], const double m[16]) {
@@ -27,11 +29,11 @@ uint16_t viewTableEntry(int imageWidth, double m12, double colX, double invI, in
 void fillViewTable(uint16_t* table, int imageWidth, const double m[16], const double inv[kLevels],
                    const double* col) {
     const double m12 = m[12];
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int i = 0; i < kLevels; ++i) {
+    runItems(kLevels, true, [&](uint32_t level, int) {
+        const int i = int(level);
         uint16_t* row = table + static_cast<std::size_t>(i) * imageWidth;
         for (int x = 0; x < imageWidth; ++x) row[x] = viewTableEntry(imageWidth, m12, col[x], inv[i], i);
-    }
+    });
 }
 
 }  // namespace kvdsr::binocular

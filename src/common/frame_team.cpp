@@ -13,6 +13,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <exception>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -132,6 +133,16 @@ struct ThreadTraits {
 #endif
 };
 
+// True on a thread while it runs a team's items (helpers always). A call
+// made from inside an item runs on that thread alone: waiting for the team
+// it is part of would never end.
+thread_local bool tl_inTeam = false;
+
+struct InTeam {
+    InTeam() { tl_inTeam = true; }
+    ~InTeam() { tl_inTeam = false; }
+};
+
 inline void cpuRelax() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
@@ -157,8 +168,15 @@ public:
             if (t.joinable()) t.join();
     }
 
+    // Starts the helpers a call of `threads` would use, ahead of it.
+    void prepare(int threads) {
+        std::lock_guard<std::mutex> serial(runMutex_);
+        ensureHelpers(threads - 1);
+    }
+
     void run(const detail::StagedJob& job, int threads) {
         std::lock_guard<std::mutex> serial(runMutex_);
+        const InTeam inTeam;
         ensureHelpers(threads - 1);
         publishTraits();
         const uint64_t total = job.begin[job.stages];
@@ -220,6 +238,7 @@ private:
     }
 
     void helperLoop(int slot, uint32_t seen) {
+        tl_inTeam = true;
         ThreadTraits mine = ThreadTraits::current();
         uint32_t traitsSeen = 0;
         for (;;) {
@@ -336,13 +355,17 @@ private:
 // Made on first use, stopped and joined when the library is unloaded or the
 // process exits. A forked child has none of its parent's helper threads: it
 // leaves the parent's team alone (never destroyed there) and makes its own.
+// Callers must serialise their calls, but two engines' first calls from two
+// threads should still not make two teams.
 struct TeamHolder {
+    std::mutex mutex;
     Team* team = nullptr;
     pid_t owner = 0;
     ~TeamHolder() {
         if (team && owner == getpid()) delete team;
     }
     Team& get() {
+        std::lock_guard<std::mutex> lock(mutex);
         const pid_t pid = getpid();
         if (!team || owner != pid) {
             team = new Team;
@@ -368,9 +391,19 @@ void runOnCaller(const detail::StagedJob& job) {
 int teamSlots() {
     int n = 1;
 #if defined(_OPENMP)
-    if (!omp_in_parallel()) n = omp_get_max_threads();
+    if (!omp_in_parallel() && !tl_inTeam) n = omp_get_max_threads();
 #endif
     return std::clamp(n, 1, kMaxSlots);
+}
+
+void prepareTeam() {
+    const int threads = teamSlots();
+    if (threads <= 1) return;
+    try {
+        holder().get().prepare(threads);
+    } catch (const std::exception&) {
+        // The first call that can make the team will.
+    }
 }
 
 namespace detail {
@@ -385,7 +418,7 @@ void runJob(const StagedJob& job, bool useTeam) {
     Team* team = nullptr;
     try {
         team = &holder().get();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {  // no memory, or a mutex the system refused
         runOnCaller(job);
         return;
     }

@@ -58,6 +58,11 @@ struct Stages {
 // scratch is sized with this before the call.
 int teamSlots();
 
+// Starts the helpers a call from this thread would use, so that the first
+// call finds them running instead of waiting for new threads to be
+// scheduled. The engines' Init calls it; results never depend on it.
+void prepareTeam();
+
 // Items [first, end) of the stage before an item's own: all it reads of the
 // call's earlier work is what they wrote and, through them, what they needed.
 struct Needs {

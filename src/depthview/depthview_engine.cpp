@@ -404,6 +404,7 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     s.resizer = DepthResizer();
     s.shiftTable = std::move(shiftTable);
     s.initialised = true;
+    prepareTeam();  // the first frame should not wait for new threads
     return kvDSR_OK;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/frame_team.h"
 #include "common/level_runs.h"
 #include "common/virtual_camera.h"
 
@@ -83,14 +84,14 @@ void buildShiftTable(uint16_t* shiftTable, const double m[16], const CameraValue
     const double lens = cam.sensorWidth * cam.pixelSize / cam.focalLength;  // single precision, kept
     const double* invDepthP = invDepth;
 
-#pragma omp parallel for schedule(dynamic, 1) if (width >= 16)
-    for (int d = 0; d < kDepthLevels; ++d) {
+    runItems(kDepthLevels, width >= 16, [&](uint32_t level, int) {
+        const int d = int(level);
         uint16_t* row = shiftTable + size_t(d) * width;
         for (int x = 0; x < width; ++x) {
             const double k = m[0] * 0.5 * lens * ((x - half) / half);
             row[x] = toColumn(std::floor(width * 0.5 * (1.0 + (-c - d * k) * invDepthP[d])));
         }
-    }
+    });
 }
 
 int32_t firstWritableColumn(int width, double referenceWidth, uint16_t viewShift) {

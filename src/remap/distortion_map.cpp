@@ -1,12 +1,12 @@
 // Lens distortion table (extension, inversion, lookup) and the per-pixel
 // coordinate map.
-#include <omp.h>
-
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 #include "common/alloc.h"
 #include "common/cpu_dispatch.h"
+#include "common/frame_team.h"
 #include "remap/distortion_map_kernels.h"
 #include "remap/pair_math.h"
 #include "remap/remap.h"
@@ -204,17 +204,16 @@ uint32_t DistortionMap_Build(double* map, const RemapModel& model, const double*
     if (!map || w == 0 || h == 0) return kMapOk;
     const MapRowFn kernel = mapRowKernel();
     const bool parallel = uint64_t(w) * uint64_t(h) >= kParallelMinPixels;
-    const int teams = parallel ? std::max(1, omp_get_max_threads()) : 1;
-    auto radiusRows = allocArray<double>(size_t(teams) * w);  // one row of radii per thread
-    int beyond = 0;
-#pragma omp parallel for schedule(dynamic, 1) reduction(| : beyond) if (parallel)
-    for (int y = 0; y < h; ++y) {
-        double* r = radiusRows.get() + size_t(omp_get_thread_num()) * w;
+    auto radiusRows = allocArray<double>(size_t(parallel ? teamSlots() : 1) * w);  // one row of radii per thread
+    std::atomic<bool> beyond{false};
+    runItems(uint32_t(h), parallel, [&](uint32_t item, int slot) {
+        const int y = int(item);
+        double* r = radiusRows.get() + size_t(slot) * w;
         const MapRow row{&table, terms.sorted, r, terms.q, terms.t[y], terms.pitch, terms.u, terms.v[y],
                          terms.cx, terms.cy, w, map + size_t(y) * w * 2};
-        if (kernel(row)) beyond = 1;
-    }
-    return beyond ? kMapBeyondTable : kMapOk;
+        if (kernel(row)) beyond.store(true, std::memory_order_relaxed);
+    });
+    return beyond.load() ? kMapBeyondTable : kMapOk;
 }
 
 bool MapRow_C(const MapRow& row) {

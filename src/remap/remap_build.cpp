@@ -1,12 +1,11 @@
 // Per-camera set-up: model from the camera, tables built from only the map
 // rows they read, and the one-call build and warp.
-#include <omp.h>
-
 #include <algorithm>
 #include <cmath>
 #include <memory>
 
 #include "common/alloc.h"
+#include "common/frame_team.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
 
@@ -30,20 +29,23 @@ int blocksPerTake(int blocks, int threads) { return std::max(2, blocks / (8 * th
 void buildFromWholeMap(const MapTerms& terms, const DistortionTable& table, const TableRowWriter& writer,
                        int outRows, bool parallel) {
     const int w = terms.width, h = terms.height;
-    const int threads = parallel ? std::max(1, omp_get_max_threads()) : 1;
+    const int threads = parallel ? teamSlots() : 1;
     auto map = allocArray<double>(size_t(2) * w * h);
     auto rows = allocArray<const double*>(h);
     auto radius = allocArray<double>(size_t(threads) * w);
     const MapRowFn kernel = mapRowKernel();
-#pragma omp parallel for schedule(dynamic, 1) if (parallel)
-    for (int y = 0; y < h; ++y) {
-        double* out = map.get() + size_t(y) * w * 2;
-        mapRow(terms, table, kernel, y, radius.get() + size_t(omp_get_thread_num()) * w, out);
-        rows[y] = out;
-    }
     const int blocks = blockCount(outRows);
-#pragma omp parallel for schedule(dynamic, 1) if (parallel)
-    for (int b = 0; b < blocks; ++b) writer.write(b * kLutBlockRows, blockRows(b, outRows), rows.get());
+    // Map rows, then blocks of table rows, which read any of them.
+    runStages(Stages{uint32_t(h), uint32_t(blocks)}, parallel, [&](int stage, uint32_t item, int slot) {
+        const int i = int(item);
+        if (stage == 0) {
+            double* out = map.get() + size_t(i) * w * 2;
+            mapRow(terms, table, kernel, i, radius.get() + size_t(slot) * w, out);
+            rows[i] = out;
+        } else {
+            writer.write(i * kLutBlockRows, blockRows(i, outRows), rows.get());
+        }
+    });
 }
 
 // Every block of table rows from a ring of `ringRows` map rows per thread,
@@ -53,7 +55,7 @@ void buildFromWholeMap(const MapTerms& terms, const DistortionTable& table, cons
 void buildThroughRing(const MapTerms& terms, const DistortionTable& table, const TableRowWriter& writer,
                       const int* lo, const int* hi, int outRows, int ringRows, bool parallel) {
     const int w = terms.width, h = terms.height;
-    const int threads = parallel ? std::max(1, omp_get_max_threads()) : 1;
+    const int threads = parallel ? teamSlots() : 1;
     const size_t rowValues = size_t(2) * w;
     auto ring = allocArray<double>(size_t(threads) * ringRows * rowValues);
     auto held = allocArray<int>(size_t(threads) * ringRows);
@@ -64,26 +66,28 @@ void buildThroughRing(const MapTerms& terms, const DistortionTable& table, const
     const MapRowFn kernel = mapRowKernel();
     const int blocks = blockCount(outRows);
     const int take = blocksPerTake(blocks, threads);
-#pragma omp parallel if (parallel)
-    {
-        const size_t t = size_t(omp_get_thread_num());
+    // An item is `take` consecutive blocks, so that a thread's ring keeps
+    // the rows the next block shares with the last.
+    const int items = (blocks + take - 1) / take;
+    runItems(uint32_t(items), parallel, [&](uint32_t item, int slot) {
+        const size_t t = size_t(slot);
         double* myRing = ring.get() + t * ringRows * rowValues;
         int* myHeld = held.get() + t * ringRows;
         const double** myRows = rows.get() + t * h;
         double* myRadius = radius.get() + t * w;
-#pragma omp for schedule(dynamic, take)
-        for (int b = 0; b < blocks; ++b) {
+        const int end = std::min(blocks, (int(item) + 1) * take);
+        for (int b = int(item) * take; b < end; ++b) {
             for (int r = lo[b]; r <= hi[b]; ++r) {
-                const int slot = r % ringRows;
-                if (myHeld[slot] == r) continue;
-                double* out = myRing + size_t(slot) * rowValues;
+                const int ringSlot = r % ringRows;
+                if (myHeld[ringSlot] == r) continue;
+                double* out = myRing + size_t(ringSlot) * rowValues;
                 mapRow(terms, table, kernel, r, myRadius, out);
-                myHeld[slot] = r;
+                myHeld[ringSlot] = r;
                 myRows[r] = out;
             }
             writer.write(b * kLutBlockRows, blockRows(b, outRows), myRows);
         }
-    }
+    });
 }
 
 }  // namespace
@@ -178,8 +182,8 @@ uint32_t Remap_BuildTables(const RemapModel& model, const DistortionTable& table
         // No map (failed, or an empty grid): border entries, which a later
         // warp may follow safely.
         const int blocks = blockCount(outRows);
-#pragma omp parallel for schedule(dynamic, 1) if (parallel)
-        for (int b = 0; b < blocks; ++b) writer.write(b * kLutBlockRows, blockRows(b, outRows), nullptr);
+        runItems(uint32_t(blocks), parallel,
+                 [&](uint32_t b, int) { writer.write(int(b) * kLutBlockRows, blockRows(int(b), outRows), nullptr); });
         return result == kMapOk ? 0 : result;
     }
 
@@ -202,7 +206,7 @@ uint32_t Remap_BuildTables(const RemapModel& model, const DistortionTable& table
         }
         span = std::max(span, hi[b] - lo[b] + 1);
     }
-    const int threads = parallel ? std::max(1, omp_get_max_threads()) : 1;
+    const int threads = parallel ? teamSlots() : 1;
     if (bounded && int64_t(span) * threads < terms.height)
         buildThroughRing(terms, table, writer, lo, hi, outRows, span, parallel);
     else

@@ -5,6 +5,7 @@
 
 #include "common/alloc.h"
 #include "common/cpu_dispatch.h"
+#include "common/frame_team.h"
 #include "remap/pair_math.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
@@ -101,11 +102,10 @@ void RemapLut_Build(const RemapTables& tables, const RemapLayout& layout, const 
     }
     const bool parallel = uint64_t(last - first + 1) * uint64_t(bottom - top + 1) >= kParallelMinPixels;
     const int blocks = (bottom - top) / kLutBlockRows + 1;
-#pragma omp parallel for schedule(dynamic, 1) if (parallel)
-    for (int b = 0; b < blocks; ++b) {
-        const int y = top + b * kLutBlockRows;
+    runItems(uint32_t(blocks), parallel, [&](uint32_t b, int) {
+        const int y = top + int(b) * kLutBlockRows;
         writer.write(y, std::min(kLutBlockRows, bottom - y + 1), rows.get());
-    }
+    });
 }
 
 void LutRowProjective_C(const LutRow& b) {

@@ -1,6 +1,7 @@
 // Bilinear warp of one 8-bit plane through a fixed-point lookup table.
 #include <cstddef>
 
+#include "common/frame_team.h"
 #include "remap/remap.h"
 #include "remap/remap_internal.h"
 #include "remap/warp_kernels.h"
@@ -141,12 +142,11 @@ void Remap_ApplyPlane(uint8_t* dst, const uint8_t* src, const uint32_t* offsetTa
     const uint32_t count = uint32_t(last - first + 1);
 
     const bool parallel = uint64_t(count) * uint64_t(bottom - top + 1) >= kParallelMinPixels;
-#pragma omp parallel for schedule(dynamic, 1) if (parallel)
-    for (int y = top; y <= bottom; ++y) {
-        const std::size_t base = std::size_t(y) * dstStride + std::size_t(first);
+    runItems(uint32_t(bottom - top + 1), parallel, [&](uint32_t row, int) {
+        const std::size_t base = std::size_t(top + int(row)) * dstStride + std::size_t(first);
         warpRow(dst + base, src, offsetTable + base, columnWeightTable + base, rowWeightTable + base, srcStride,
                 count);
-    }
+    });
 }
 
 }  // namespace kvdsr::remap

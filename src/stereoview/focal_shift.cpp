@@ -200,6 +200,7 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     g_state.alignShift = setup.alignShift;
     g_state.shiftBuffer = std::move(buffer);
     g_state.shiftBufferBytes = bytes;
+    prepareTeam();  // the first frame should not wait for new threads
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "calibration/camera_model.h"
+#include "common/frame_team.h"
 #include "stereoview/stereo_params.h"
 #include "stereoview/stereo_warp.h"
 
@@ -68,6 +69,7 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     st.outWidth = outWidth;
     st.outHeight = outHeight;
     st.initialised = 1;
+    prepareTeam();  // the first frame should not wait for new threads
     return kvDSR_OK;
 }
 

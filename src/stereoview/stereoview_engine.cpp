@@ -6,6 +6,7 @@
 
 #include "calibration/camera_model.h"
 #include "common/aspect.h"
+#include "common/frame_team.h"
 #include "stereoview/crop_transform.h"
 #include "stereoview/stereo_params.h"
 #include "stereoview/stereo_warp.h"
@@ -113,6 +114,7 @@ uint32_t init(const uint8_t* calibration, uint32_t calibrationSize, const uint32
     st.width = width;
     st.height = height;
     st.initialised = 1;
+    prepareTeam();  // the first frame should not wait for new threads
     return kvDSR_OK;
 }
 

@@ -137,6 +137,36 @@ TEST_P(FrameTeam, ItemsWaitOnlyForWhatTheyNeed) {
     }
 }
 
+// A table build called from inside an item (or any call that runs items)
+// must run on that thread alone: asking the team it is part of would wait
+// for itself. Inside an item, teamSlots() is 1 so that scratch sized by it
+// fits slot 0.
+TEST_P(FrameTeam, CallsFromInsideAnItemRunOnThatThread) {
+    constexpr uint32_t kOuter = 16, kInner = 7;
+    std::vector<std::atomic<int>> innerRuns(kOuter * kInner);
+    std::atomic<int> innerSlotNotZero{0}, slotsInside{0};
+    kvdsr::runItems(kOuter, true, [&](uint32_t outer, int) {
+        if (kvdsr::teamSlots() != 1) slotsInside++;
+        kvdsr::runItems(kInner, true, [&](uint32_t inner, int slot) {
+            if (slot != 0) innerSlotNotZero++;
+            innerRuns[outer * kInner + inner]++;
+        });
+    });
+    EXPECT_EQ(innerSlotNotZero.load(), 0);
+    EXPECT_EQ(slotsInside.load(), 0);
+    for (size_t i = 0; i < innerRuns.size(); ++i) ASSERT_EQ(innerRuns[i].load(), 1) << "inner item " << i;
+    EXPECT_EQ(kvdsr::teamSlots(), GetParam()) << "the caller's own count is back after the call";
+}
+
+// Starting the helpers ahead of the first call changes nothing a call sees.
+TEST_P(FrameTeam, PreparedTeamRunsEveryItemOnce) {
+    kvdsr::prepareTeam();
+    kvdsr::prepareTeam();
+    std::vector<std::atomic<int>> runs(100);
+    kvdsr::runItems(uint32_t(runs.size()), true, [&](uint32_t item, int) { runs[item]++; });
+    for (size_t i = 0; i < runs.size(); ++i) ASSERT_EQ(runs[i].load(), 1) << "item " << i;
+}
+
 INSTANTIATE_TEST_SUITE_P(Threads, FrameTeam, ::testing::Values(1, 2, 3, 8));
 
 #if defined(__linux__)
