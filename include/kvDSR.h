@@ -16,7 +16,10 @@
  * that takes calibration data.
  *
  * Threading: no entry point is re-entrant; the caller serialises all calls.
- * Per-pixel work runs on an OpenMP team started by the calling thread.
+ * Per-pixel work and Init's table builds run on the calling thread and the
+ * library's own helper threads (started by the first _Init or run call that
+ * needs them). Their number follows the calling thread's OpenMP setting
+ * (OMP_NUM_THREADS, omp_set_num_threads), which is read and never changed.
  *
  * Ownership: images, descriptors, calibration data and output buffers belong
  * to the caller and are borrowed for the duration of a call. Two calls write
