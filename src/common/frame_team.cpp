@@ -12,8 +12,8 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <mutex>
 #include <exception>
+#include <mutex>
 #include <new>
 #include <system_error>
 #include <thread>
