@@ -26,17 +26,17 @@ int blocksPerTake(int blocks, int threads) { return std::max(2, blocks / (8 * th
 
 // Every table row from a whole map, built first (the fallback where the rows
 // a table row reads cannot be bounded, e.g. a homography whose w crosses 0).
+// `threads` is the team the build runs on (1: the calling thread alone).
 void buildFromWholeMap(const MapTerms& terms, const DistortionTable& table, const TableRowWriter& writer,
-                       int outRows, bool parallel) {
+                       int outRows, int threads) {
     const int w = terms.width, h = terms.height;
-    const int threads = parallel ? teamSlots() : 1;
     auto map = allocArray<double>(size_t(2) * w * h);
     auto rows = allocArray<const double*>(h);
     auto radius = allocArray<double>(size_t(threads) * w);
     const MapRowFn kernel = mapRowKernel();
     const int blocks = blockCount(outRows);
     // Map rows, then blocks of table rows, which read any of them.
-    runStages(Stages{uint32_t(h), uint32_t(blocks)}, parallel, [&](int stage, uint32_t item, int slot) {
+    runStages(Stages{uint32_t(h), uint32_t(blocks)}, threads > 1, [&](int stage, uint32_t item, int slot) {
         const int i = int(item);
         if (stage == 0) {
             double* out = map.get() + size_t(i) * w * 2;
@@ -53,9 +53,8 @@ void buildFromWholeMap(const MapTerms& terms, const DistortionTable& table, cons
 // rows it reads, lo[b]..hi[b], are there (at most ringRows, so they never
 // collide).
 void buildThroughRing(const MapTerms& terms, const DistortionTable& table, const TableRowWriter& writer,
-                      const int* lo, const int* hi, int outRows, int ringRows, bool parallel) {
+                      const int* lo, const int* hi, int outRows, int ringRows, int threads) {
     const int w = terms.width, h = terms.height;
-    const int threads = parallel ? teamSlots() : 1;
     const size_t rowValues = size_t(2) * w;
     auto ring = allocArray<double>(size_t(threads) * ringRows * rowValues);
     auto held = allocArray<int>(size_t(threads) * ringRows);
@@ -69,7 +68,7 @@ void buildThroughRing(const MapTerms& terms, const DistortionTable& table, const
     // An item is `take` consecutive blocks, so that a thread's ring keeps
     // the rows the next block shares with the last.
     const int items = (blocks + take - 1) / take;
-    runItems(uint32_t(items), parallel, [&](uint32_t item, int slot) {
+    runItems(uint32_t(items), threads > 1, [&](uint32_t item, int slot) {
         const size_t t = size_t(slot);
         double* myRing = ring.get() + t * ringRows * rowValues;
         int* myHeld = held.get() + t * ringRows;
@@ -208,9 +207,9 @@ uint32_t Remap_BuildTables(const RemapModel& model, const DistortionTable& table
     }
     const int threads = parallel ? teamSlots() : 1;
     if (bounded && int64_t(span) * threads < terms.height)
-        buildThroughRing(terms, table, writer, lo, hi, outRows, span, parallel);
+        buildThroughRing(terms, table, writer, lo, hi, outRows, span, threads);
     else
-        buildFromWholeMap(terms, table, writer, outRows, parallel);
+        buildFromWholeMap(terms, table, writer, outRows, threads);
     return 0;
 }
 
