@@ -12,6 +12,7 @@
 #include "common/alloc.h"
 #include "common/camera_layout.h"
 #include "common/frame_team.h"
+#include "stereoview/halve_kernels.h"
 
 namespace kvdsr::focalshift {
 namespace {
@@ -109,19 +110,17 @@ void shiftRowParts(uint8_t* dst, const uint8_t* src, size_t width, size_t rows, 
 }
 
 void halveRows(uint8_t* dst, const uint8_t* src, size_t outWidth, size_t rows, size_t unitBytes) {
+    const bool pairs = unitBytes == 2;
+    const HalveGroupsFn kernel = pairs ? halvePairsKernel() : halveBytesKernel();
+    const size_t groups = outWidth / kHalveGroup, done = groups * kHalveGroup;
     for (size_t r = 0; r < rows; ++r) {
         uint8_t* d = dst + r * outWidth;
         const uint8_t* s = src + r * 2 * outWidth;
-        if (unitBytes == 2) {
-            const size_t pairs = outWidth / 2;
-            for (size_t i = 0; i < pairs; ++i) {
-                d[2 * i] = s[4 * i];
-                d[2 * i + 1] = s[4 * i + 1];
-            }
-            if (outWidth % 2) d[outWidth - 1] = s[4 * pairs];
-        } else {
-            for (size_t k = 0; k < outWidth; ++k) d[k] = s[2 * k];
-        }
+        if (groups) kernel(d, s, groups);
+        if (pairs)
+            HalvePairs_C(d + done, s + 2 * done, outWidth - done);
+        else
+            HalveBytes_C(d + done, s + 2 * done, outWidth - done);
     }
 }
 
