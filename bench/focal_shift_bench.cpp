@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "baseline_lib.h"
+#include "bench_threads.h"
 #include "calibpack.h"
 #include "kvDSR.h"
 #include "stereoview/halve_kernels.h"
@@ -57,15 +58,7 @@ kvDSR_ImageDesc desc(uint32_t format, std::vector<uint8_t>& frame) {
     return d;
 }
 
-// Sets the OpenMP thread count of the calling thread for one benchmark.
-class Threads {
-public:
-    explicit Threads(const benchmark::State& state) { omp_set_num_threads(int(state.range(0))); }
-    ~Threads() { omp_set_num_threads(saved_); }
-
-private:
-    const int saved_ = omp_get_max_threads();
-};
+using benchbase::Threads;
 
 void BM_CopyPair(benchmark::State& state) {
     std::vector<uint8_t> a(size_t{kW} * kH * 3 / 2, 7), b(a.size(), 9), oa(a.size()), ob(a.size());

@@ -22,6 +22,7 @@
 
 #include "calibpack.h"
 #include "baseline_lib.h"
+#include "bench_threads.h"
 #include "kvDSR.h"
 #include "reference_run.h"
 #include "stereoview/stereo_params.h"
@@ -103,15 +104,7 @@ void initSpr(const Engines& e = Engines{}) {
     if (e.sprInit(c.data(), uint32_t(c.size()), nullptr, 0, kW, kH, kSprW, kSprH) != kvDSR_OK) std::abort();
 }
 
-// Sets the OpenMP thread count of the calling thread for one benchmark.
-class Threads {
-public:
-    explicit Threads(const benchmark::State& state) { omp_set_num_threads(int(state.range(0))); }
-    ~Threads() { omp_set_num_threads(saved_); }
-
-private:
-    const int saved_ = omp_get_max_threads();
-};
+using benchbase::Threads;
 
 void BM_StereoViewRun_F01(benchmark::State& state, const Engines& e) {
     Threads threads(state);

@@ -5,29 +5,27 @@ namespace kvdsr::focalshift {
 
 namespace {
 
-int fillBytesVariants(HalveVariant* v) {
-    int n = 0;
-    v[n++] = {"C", HalveBytesGroups_C};
+// The one SIMD variant of each unit size this architecture has, if any.
 #if defined(__x86_64__) || defined(__i386__)
-    if (cpuHasSse41()) v[n++] = {"SSE4.1", HalveBytesGroups_SSE41};
+constexpr HalveVariant kSimdBytes{"SSE4.1", HalveBytesGroups_SSE41}, kSimdPairs{"SSE4.1", HalvePairsGroups_SSE41};
+inline bool cpuHasSimd() { return cpuHasSse41(); }
+#elif defined(__ARM_NEON) || defined(__ARM_NEON__) || defined(__aarch64__)
+constexpr HalveVariant kSimdBytes{"NEON", HalveBytesGroups_NEON}, kSimdPairs{"NEON", HalvePairsGroups_NEON};
+inline bool cpuHasSimd() { return true; }
+#else
+constexpr HalveVariant kSimdBytes{nullptr, nullptr}, kSimdPairs{nullptr, nullptr};
+inline bool cpuHasSimd() { return false; }
 #endif
-#if defined(__ARM_NEON) || defined(__ARM_NEON__) || defined(__aarch64__)
-    v[n++] = {"NEON", HalveBytesGroups_NEON};
-#endif
+
+int fillVariants(HalveVariant* v, HalveVariant reference, HalveVariant simd) {
+    int n = 0;
+    v[n++] = reference;
+    if (simd.fn && cpuHasSimd()) v[n++] = simd;
     return n;
 }
 
-int fillPairsVariants(HalveVariant* v) {
-    int n = 0;
-    v[n++] = {"C", HalvePairsGroups_C};
-#if defined(__x86_64__) || defined(__i386__)
-    if (cpuHasSse41()) v[n++] = {"SSE4.1", HalvePairsGroups_SSE41};
-#endif
-#if defined(__ARM_NEON) || defined(__ARM_NEON__) || defined(__aarch64__)
-    v[n++] = {"NEON", HalvePairsGroups_NEON};
-#endif
-    return n;
-}
+int fillBytesVariants(HalveVariant* v) { return fillVariants(v, {"C", HalveBytesGroups_C}, kSimdBytes); }
+int fillPairsVariants(HalveVariant* v) { return fillVariants(v, {"C", HalvePairsGroups_C}, kSimdPairs); }
 
 KernelDispatch<HalveGroupsFn, 2> g_bytes(fillBytesVariants);
 KernelDispatch<HalveGroupsFn, 2> g_pairs(fillPairsVariants);
